@@ -25,50 +25,46 @@ extern "C" {
 
 /* Apply F to every spelling of one call.  F(spelling, name, ret, params, args). */
 #define VELMORA_SPELL_1(F, lo, UP, ret, params, args) F(UP, lo, ret, params, args)
-#define VELMORA_SPELL_4(F, lo, UP, ret, params, args)                          \
-  F(lo, lo, ret, params, args) F(lo##_, lo, ret, params, args)                \
-      F(UP, lo, ret, params, args) F(UP##_, lo, ret, params, args)
-#define VELMORA_SPELL_8(F, lo, UP, ret, params, args)                          \
-  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                                \
-  F(lo##_z, lo, ret, params, args) F(lo##_z_, lo, ret, params, args)          \
-      F(UP##_Z, lo, ret, params, args) F(UP##_Z_, lo, ret, params, args)
-#define VELMORA_SPELL_12(F, lo, UP, ret, params, args)                         \
-  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                                \
-  F(lo##_d, lo, ret, params, args) F(lo##_d_, lo, ret, params, args)          \
-      F(UP##_D, lo, ret, params, args) F(UP##_D_, lo, ret, params, args)      \
-          F(lo##_z, lo, ret, params, args) F(lo##_z_, lo, ret, params, args)  \
-              F(UP##_Z, lo, ret, params, args)                                 \
-                  F(UP##_Z_, lo, ret, params, args)
+#define VELMORA_SPELL_4(F, lo, UP, ret, params, args) \
+  F(lo, lo, ret, params, args)                        \
+  F(lo##_, lo, ret, params, args) F(UP, lo, ret, params, args) F(UP##_, lo, ret, params, args)
+#define VELMORA_SPELL_8(F, lo, UP, ret, params, args)                \
+  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                      \
+  F(lo##_z, lo, ret, params, args)                                   \
+  F(lo##_z_, lo, ret, params, args) F(UP##_Z, lo, ret, params, args) \
+      F(UP##_Z_, lo, ret, params, args)
+#define VELMORA_SPELL_12(F, lo, UP, ret, params, args)                       \
+  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                              \
+  F(lo##_d, lo, ret, params, args)                                           \
+  F(lo##_d_, lo, ret, params, args) F(UP##_D, lo, ret, params, args)         \
+      F(UP##_D_, lo, ret, params, args) F(lo##_z, lo, ret, params, args)     \
+          F(lo##_z_, lo, ret, params, args) F(UP##_Z, lo, ret, params, args) \
+              F(UP##_Z_, lo, ret, params, args)
 
 /*
  * The table of exported calls: E(count, lower name, upper name, return
  * type, parameter list, argument list).  count is how many spellings the
  * call has (1, 4, 8 or 12).
  */
-#define VELMORA_CALL_TABLE(E)                                                  \
-  /* solve: analysis, factorization, solution, release by `phase` */         \
-  E(12, velmora, VELMORA, void,                                                \
-    (void **pt, const int *maxfct, const int *mnum, const int *mtype,         \
-     const int *phase, const int *n, void *a, const int *ia,            \
-     const int *ja, int *perm, const int *nrhs, int *iparm,                   \
-     const int *msglvl, void *b, void *x, int *error, double *dparm),         \
-    (pt, maxfct, mnum, mtype, phase, n, a, ia, ja, perm, nrhs, iparm, msglvl, \
-     b, x, error, dparm))                                                      \
-  /* defaults of iparm (and dparm for the iterative solver), empty handle */  \
-  E(12, velmorainit, VELMORAINIT, void,                                        \
-    (void **pt, const int *mtype, const int *solver, int *iparm,              \
-     double *dparm, int *error),                                               \
-    (pt, mtype, solver, iparm, dparm, error))                                  \
-  /* symbols whose presence a caller may test for; they do nothing */        \
-  E(4, velmora_exist_parallel, VELMORA_EXIST_PARALLEL, void, (void), ())      \
-  E(4, velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, void, (void),  \
-    ())                                                                        \
-  /* thread count from OMP_NUM_THREADS, printed; 0 when it is unset */        \
+#define VELMORA_CALL_TABLE(E)                                                                      \
+  /* solve: analysis, factorization, solution, release by `phase` */                               \
+  E(12, velmora, VELMORA, void,                                                                    \
+    (void **pt, const int *maxfct, const int *mnum, const int *mtype, const int *phase,            \
+     const int *n, void *a, const int *ia, const int *ja, int *perm, const int *nrhs, int *iparm,  \
+     const int *msglvl, void *b, void *x, int *error, double *dparm),                              \
+    (pt, maxfct, mnum, mtype, phase, n, a, ia, ja, perm, nrhs, iparm, msglvl, b, x, error, dparm)) \
+  /* defaults of iparm (and dparm for the iterative solver), empty handle */                       \
+  E(12, velmorainit, VELMORAINIT, void,                                                            \
+    (void **pt, const int *mtype, const int *solver, int *iparm, double *dparm, int *error),       \
+    (pt, mtype, solver, iparm, dparm, error))                                                      \
+  /* symbols whose presence a caller may test for; they do nothing */                              \
+  E(4, velmora_exist_parallel, VELMORA_EXIST_PARALLEL, void, (void), ())                           \
+  E(4, velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, void, (void), ())                   \
+  /* thread count from OMP_NUM_THREADS, printed; 0 when it is unset */                             \
   E(1, get_proc_velmora, GET_PROC_VELMORA, int, (int *nproc), (nproc))
 
-#define VELMORA_DECLARE_ONE(spelling, lo, ret, params, args)                  \
-  VELMORA_API ret spelling params;
-#define VELMORA_DECLARE(count, lo, UP, ret, params, args)                      \
+#define VELMORA_DECLARE_ONE(spelling, lo, ret, params, args) VELMORA_API ret spelling params;
+#define VELMORA_DECLARE(count, lo, UP, ret, params, args) \
   VELMORA_SPELL_##count(VELMORA_DECLARE_ONE, lo, UP, ret, params, args)
 
 VELMORA_CALL_TABLE(VELMORA_DECLARE)

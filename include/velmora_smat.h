@@ -37,8 +37,8 @@ typedef struct smat {
  * symmetric (upper triangle), 2 complex general, 3 complex symmetric.
  * base_index 1 shifts ia and ja to zero base in place.
  */
-VELMORA_API smat *smat_new_from(uint32_t m, uint32_t n, pint *ia, pint *ja,
-                                double *a, int type, int base_index);
+VELMORA_API smat *smat_new_from(uint32_t m, uint32_t n, pint *ia, pint *ja, double *a, int type,
+                                int base_index);
 
 /*
  * A new square matrix of order n from nnz triplets (rows[k], cols[k]) with
@@ -46,10 +46,8 @@ VELMORA_API smat *smat_new_from(uint32_t m, uint32_t n, pint *ia, pint *ja,
  * A matrix with entries on one side of the diagonal only is kept as its
  * upper triangle (`sym` 1); entries on both sides give a general matrix.
  */
-VELMORA_API smat *smat_new_from_coord(uint32_t n, uint32_t nnz,
-                                      const pint *rows, const pint *cols,
-                                      const double *re, const double *im,
-                                      int base);
+VELMORA_API smat *smat_new_from_coord(uint32_t n, uint32_t nnz, const pint *rows, const pint *cols,
+                                      const double *re, const double *im, int base);
 
 /* A new matrix holding the transpose of A (of a `sym` matrix: a copy). */
 VELMORA_API smat *smat_copy_trans(const smat *A);

@@ -1,0 +1,205 @@
+// control.h - the handle, the control block and the call arguments.
+//
+// The caller's handle `pt` is an array of 64 pointer-sized slots; the
+// library uses slots 1..20 (one-based, as in messages).  Slot 1 is a call
+// counter, slot 2 the control block below, slot 4 the factor table; the
+// other slots hold the memory groups of analysis and factorization.
+#ifndef VELMORA_INTERFACE_CONTROL_H
+#define VELMORA_INTERFACE_CONTROL_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vm {
+
+// Marks a pointer slot that was never allocated; it is never freed.
+constexpr std::intptr_t kSentinel = 777777777;
+
+// One-based handle slots.
+enum HandleSlot : int {
+  kPtCount = 1,         // calls that passed the input check; not a pointer
+  kPtControl = 2,       // ControlBlock ("BASIC")
+  kPtFactors = 4,       // factor table, maxfct rows of kFactorRowSlots
+  kPtOrderInt = 5,      // ordering workspace ("STRUC_S0")
+  kPtOrderA = 6,        // ordering workspace ("STRUC_S1")
+  kPtSymbolicWork = 7,  // "STRUC_S2"
+  kPtSymbolic = 8,      // symbolic factor block ("STRUC_FI")
+  kPtOrderB = 9,        // ordering workspace ("STRUC_S1")
+  kPtPivotWork = 10,    // "WORK_R0"
+  kPtRefineWork = 11,   // "CGS_ARR"
+  kPtUpdateLists = 12,  // "UP_UPLEN"
+  kPtMatching = 13,     // matching permutations ("STRUC_S0")
+  kPtScaling = 14,      // scaling factors ("STRUC_S0")
+  kPtSymMatching = 15,
+  kPtMatrixRecord = 16,  // owned smat record with its permuted matrix
+  kPtRealWork = 17,
+  kPtBlockA = 18,
+  kPtBlockB = 19,
+  kPtBlockC = 20,
+  kPtLastUsed = 20,
+};
+
+constexpr int kHandleSlots = 64;
+constexpr int kFactorRowSlots = 6;  // value block, size tag, 4 bookkeeping words
+constexpr int kControlBlockBytes = 2560;
+constexpr int kTimers = 10;
+constexpr int kRctlSize = 40;
+constexpr int kOffsetWords = 100;
+
+// What the input check remembers from the last accepted call; 0 disables
+// the comparison with the next call.
+struct CheckMemory {
+  std::int32_t maxfct, mnum, mtype, phase, n, nnz, nrhs;
+};
+
+// The part of the control block that every analysis starts afresh.
+struct ControlState {
+  std::int32_t neqns;
+  std::int32_t neqns_plus_1;
+  std::int32_t adj_size;
+  std::int32_t adj_size_alloc;
+  std::int32_t complex_factor;  // 1 real, 2 complex
+  std::int32_t reserved_a;
+  std::int32_t reserved_b;
+  std::int32_t iparm6_copy;
+  std::int32_t old_maxfct_marker;
+  std::int32_t error_state;  // -1: handle made by a call with phase below 1
+  std::int32_t msg_flag;
+  std::int32_t mtype;
+  std::int32_t reserved_c;
+  std::int32_t ordering;
+  std::int32_t nthreads;
+  std::int32_t panel_size;
+  std::int32_t mmd_on_separator;
+  std::int32_t hybrid_mode;
+  std::int32_t symmetric_pattern;
+  std::int32_t sequential;
+  std::int32_t perm_mode;
+  std::int32_t maxfct;
+  std::int32_t mnum_marker;
+  std::int32_t iparm21;
+  std::int32_t nsuper;
+  std::int32_t max_supernode;
+  std::int32_t internal_error;
+  std::int32_t nnz;
+  std::int32_t perturbed_pivots;
+  std::int32_t inertia_pos;
+  std::int32_t inertia_neg;
+  std::int32_t refine_steps;
+  std::int32_t eps_exponent;
+  std::int32_t matching_mode;
+  std::int32_t transposed;
+  std::int32_t scaling_on;
+  std::int32_t two_level_fact;
+  std::int32_t two_level_solve;
+  std::int32_t partial_solve;
+  std::int32_t iparm50;
+  std::int32_t peak_kb;
+  std::int32_t perm_kb;
+  std::int32_t nodes_in_solve;
+  std::int32_t iparm28;
+  std::int32_t single_precision;
+  std::int32_t sparse_rhs;
+  std::int32_t identical_results;
+  std::int32_t distributed;
+  std::int32_t nnodes;
+  std::int32_t determinant;
+  std::int32_t schur_size;
+  std::int32_t block_nodes;
+  std::int32_t block_tail;
+  // Further settings of this library.
+  std::int32_t factor_kb;        // kilobytes of one factorization
+  std::int32_t order_consts[4];  // controls of the ordering dispatch
+  CheckMemory check;
+  std::int64_t nnz_l;
+  std::int64_t nnz_u;
+  std::int64_t stack_size;
+};
+
+// rctl slots (one-based).
+enum RctlSlot : int {
+  kRctlTen = 1,
+  kRctlOne = 2,
+  kRctlHybridTol = 13,
+  kRctlFloor = 14,
+  kRctlLogDet1 = 17,
+  kRctlLogDet2 = 18,
+  kRctlTimers = 21,  // kTimers timers from here on
+};
+
+struct ControlBlock {
+  ControlState s;                       // zeroed at each analysis
+  double rctl[kRctlSize];               // zeroed at each analysis
+  std::intptr_t offsets[kOffsetWords];  // sentinel at each analysis
+  std::int32_t timer_flags[kTimers];    // bit 0: the timer ran in this call
+  // Kept over analyses: memory accounting and the factor table's true size.
+  std::int32_t factor_rows;  // rows allocated in the factor table
+  std::int64_t mem_kb;       // running kilobyte counter of the groups held
+  std::int64_t mem_peak_kb;  // its peak since the last analysis started
+  // The last failure, for the reporter.
+  std::int32_t fail_arg1;
+  std::int32_t fail_arg2;
+  std::int64_t fail_bytes;  // size of a failed allocation
+};
+static_assert(sizeof(ControlBlock) <= kControlBlockBytes, "control block outgrew its 2560 bytes");
+
+inline double &rctl(ControlBlock *cb, int k) {
+  return cb->rctl[k - 1];
+}
+
+// Everything the caller passed to one call of `velmora`, by address.
+struct CallArgs {
+  void **pt;
+  const int *maxfct;
+  const int *mnum;
+  const int *mtype;
+  const int *phase;
+  const int *n;
+  void *a;
+  const int *ia;
+  const int *ja;
+  int *perm;
+  const int *nrhs;
+  int *iparm;
+  const int *msglvl;
+  void *b;
+  void *x;
+  int *error;
+  double *dparm;
+};
+
+// Handle and array access with one-based slots.
+inline void *&pt_slot(void **pt, int k) {
+  return pt[k - 1];
+}
+inline int &ip(int *iparm, int k) {
+  return iparm[k - 1];
+}
+inline ControlBlock *control_of(void **pt) {
+  return static_cast<ControlBlock *>(pt_slot(pt, kPtControl));
+}
+inline std::intptr_t *factor_row(void **pt, int mnum) {
+  return static_cast<std::intptr_t *>(pt_slot(pt, kPtFactors)) +
+         static_cast<std::ptrdiff_t>(mnum - 1) * kFactorRowSlots;
+}
+
+// mtype groups.
+inline bool is_complex_type(int mtype) {
+  return mtype == 3 || mtype == 4 || mtype == -4 || mtype == 6 || mtype == 13;
+}
+inline bool is_sym_indefinite_group(int mtype) {
+  return mtype == -2 || mtype == -4 || mtype == 6;
+}
+inline bool is_struct_sym_group(int mtype) {
+  return mtype == 1 || mtype == 3;
+}
+inline bool is_unsym_group(int mtype) {
+  return mtype == 11 || mtype == 13;
+}
+inline bool is_spd_type(int mtype) {
+  return mtype == 2 || mtype == 4;
+}
+
+}  // namespace vm
+
+#endif  // VELMORA_INTERFACE_CONTROL_H

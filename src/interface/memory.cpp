@@ -1,0 +1,83 @@
+// memory.cpp - allocation and release of the named memory groups.
+#include "interface/memory.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace vm {
+
+namespace {
+
+// Requests beyond this are refused before they reach the allocator: no
+// shared-memory machine holds 2^46 bytes, and sizes computed from corrupt
+// input must not overflow further arithmetic.
+constexpr std::int64_t kMaxGroupBytes = std::int64_t{1} << 46;
+
+int g_fail_countdown = 0;
+
+bool injected_failure() {
+  if (g_fail_countdown <= 0) return false;
+  return --g_fail_countdown == 0;
+}
+
+std::int64_t kilobytes(std::int64_t bytes) {
+  return (bytes + 1023) / 1024;
+}
+
+}  // namespace
+
+const char *group_name(int code) {
+  static const char *const kNames[] = {"BASIC",    "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0",
+                                       "STRUC_S1", "STRUC_S2", "STRUC_FI", "LOC_INT2", "UP_UPLEN",
+                                       "FACT_L&U", "WORK_R0",  "CGS_ARR"};
+  int k = (code < 0 ? -code : code) / 100;
+  if (k < 1 || k > 13) return "";
+  return kNames[k - 1];
+}
+
+int group_alloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
+  if (bytes < 0 || bytes > kMaxGroupBytes || injected_failure()) {
+    if (cb) cb->fail_bytes = bytes;
+    return code;
+  }
+  void *p = std::calloc(1, bytes > 0 ? static_cast<std::size_t>(bytes) : 1);
+  if (!p) {
+    if (cb) cb->fail_bytes = bytes;
+    return code;
+  }
+  *slot = p;
+  if (cb) {
+    cb->mem_kb += kilobytes(bytes);
+    if (cb->mem_kb > cb->mem_peak_kb) cb->mem_peak_kb = cb->mem_kb;
+  }
+  return 0;
+}
+
+int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
+  if (bytes < 0 || bytes > kMaxGroupBytes || injected_failure()) {
+    if (cb) cb->fail_bytes = bytes;
+    return code;
+  }
+  void *old = *slot;
+  if (reinterpret_cast<std::intptr_t>(old) == kSentinel) old = nullptr;
+  void *p = std::realloc(old, bytes > 0 ? static_cast<std::size_t>(bytes) : 1);
+  if (!p) {
+    if (cb) cb->fail_bytes = bytes;
+    return code;
+  }
+  *slot = p;
+  return 0;
+}
+
+void group_release(void **slot) {
+  if (*slot && reinterpret_cast<std::intptr_t>(*slot) != kSentinel) std::free(*slot);
+  *slot = nullptr;
+}
+
+namespace testing {
+void fail_allocation_after(int k) {
+  g_fail_countdown = k;
+}
+}  // namespace testing
+
+}  // namespace vm

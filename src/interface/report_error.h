@@ -1,0 +1,40 @@
+// report_error.h - the failure report printed at msglvl above 0.
+#ifndef VELMORA_INTERFACE_REPORT_ERROR_H
+#define VELMORA_INTERFACE_REPORT_ERROR_H
+
+#include "interface/control.h"
+
+namespace vm {
+
+// Codes of this library beyond the input check's table.
+enum FailureCode : int {
+  kCodeNullArgument = 31,  // a required argument is a null pointer
+  kCodeWrongMatrixNumber = 100,
+  kCodeDiagSymbolicOnly = 999,
+  kCodeInitContradiction = 1000,
+  kCodeNoAnalysis = 100000,
+  kCodeNotAvailable = 998,  // a path of the library that this build lacks
+};
+
+// One failure: `result` is what `error` receives, `code` the detailed code,
+// arg1/arg2/text the values its message shows.
+struct Failure {
+  int result = 0;
+  int code = 0;
+  int arg1 = 0;
+  int arg2 = 0;
+  const char *text = "";
+};
+
+// Prints the class line and the message lines of `f` on standard output.
+// cb may be null (the control block could not be allocated); iparm gives
+// the memory figures and the refinement and iteration counts.
+void report_failure(const Failure &f, const ControlBlock *cb, const int *iparm, int phase);
+
+// Prints one line (printf format, newline added) and flushes, so that the
+// report interleaves correctly with the caller's own output.
+void report_line(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace vm
+
+#endif  // VELMORA_INTERFACE_REPORT_ERROR_H

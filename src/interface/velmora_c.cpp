@@ -1,0 +1,324 @@
+// velmora_c.cpp - VELMORA_CCC, the phase driver.
+//
+// The driver owns the handle: it is the only place that allocates, grows or
+// frees the memory groups behind `pt`.  One call runs, in order: release
+// requests (phase 0 and -1), the reset of a new analysis, the input check,
+// analysis (stages 1 to 3 of the numeric driver), numeric work (stage 4),
+// and the end of the call with its counters and failure report.
+#include "interface/velmora_c.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "interface/check_input_fc.h"
+#include "interface/defaults.h"
+#include "interface/memory.h"
+#include "interface/numeric_driver.h"
+#include "velmora_smat.h"
+
+namespace vm {
+
+namespace {
+
+std::intptr_t &call_count(void **pt) {
+  return reinterpret_cast<std::intptr_t &>(pt_slot(pt, kPtCount));
+}
+
+bool has_block(void **pt, int slot) {
+  void *p = pt_slot(pt, slot);
+  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel;
+}
+
+void clear_factor_row(std::intptr_t *row) {
+  row[0] = 0;
+  row[1] = kSentinel;
+  for (int k = 2; k < kFactorRowSlots; ++k) row[k] = 0;
+}
+
+// Releases row `mnum` of the factor table; returns 1 if it held factors.
+int release_factor_row(void **pt, int mnum) {
+  std::intptr_t *row = factor_row(pt, mnum);
+  int held = 0;
+  if (row[0] != 0 && row[0] != kSentinel) {
+    std::free(reinterpret_cast<void *>(row[0]));
+    held = 1;
+  }
+  clear_factor_row(row);
+  return held;
+}
+
+int release_all_factor_rows(void **pt, const ControlBlock *cb) {
+  if (!has_block(pt, kPtFactors)) return 0;
+  int released = 0;
+  for (int r = 1; r <= cb->factor_rows; ++r) released += release_factor_row(pt, r);
+  return released;
+}
+
+// Releases the groups of analysis and numeric work, pt(20) down to pt(5).
+void release_work_groups(void **pt) {
+  for (int k = kPtLastUsed; k >= kPtOrderInt; --k) {
+    if (k == kPtMatrixRecord) {
+      if (has_block(pt, k)) smat_free(static_cast<smat *>(pt_slot(pt, k)));
+      pt_slot(pt, k) = nullptr;
+    } else {
+      group_release(&pt_slot(pt, k));
+    }
+  }
+}
+
+// The factor table holds max(maxfct, 1) rows of six pointer-sized words.
+int allocate_factor_table(void **pt, ControlBlock *cb, int maxfct) {
+  const int rows = maxfct > 1 ? maxfct : 1;
+  const std::int64_t bytes = static_cast<std::int64_t>(rows) * kFactorRowSlots * 8;
+  const int code = group_alloc(cb, &pt_slot(pt, kPtFactors), bytes, -200);
+  if (code == 0) {
+    cb->factor_rows = rows;
+    for (int r = 1; r <= rows; ++r) clear_factor_row(factor_row(pt, r));
+  }
+  return code;
+}
+
+// A new handle: control block and factor table.  Returns 0 or the code of
+// the group that failed.
+int create_handle(const CallArgs &c) {
+  void **pt = c.pt;
+  for (int k = kPtFactors; k <= kPtLastUsed; ++k)
+    if (k != kPtRealWork) pt_slot(pt, k) = nullptr;
+  int code = group_alloc(nullptr, &pt_slot(pt, kPtControl), kControlBlockBytes, -100);
+  if (code != 0) return code;
+  ControlBlock *cb = control_of(pt);
+  for (auto &word : cb->offsets) word = kSentinel;
+  code = allocate_factor_table(pt, cb, *c.maxfct);
+  // The running counter starts with the control block and the table.
+  cb->mem_kb = 4 + static_cast<std::int64_t>(cb->factor_rows) * 48 / 1024;
+  cb->mem_peak_kb = cb->mem_kb;
+  return code;
+}
+
+// Start of an analysis: every setting of the control block afresh.
+void reset_control(const CallArgs &c, ControlBlock *cb) {
+  int *iparm = c.iparm;
+  const int mtype = *c.mtype;
+  call_count(c.pt) = 0;
+  cb->s = ControlState{};
+  for (auto &v : cb->rctl) v = 0.0;
+  for (auto &word : cb->offsets) word = kSentinel;
+  cb->mem_peak_kb = cb->mem_kb;
+  if (ip(iparm, 1) == 0) reset_iparm(iparm, mtype);
+  if (mtype == -4 || mtype == -2 || mtype == 6 || mtype == 11 || mtype == 13) {
+    if (ip(iparm, 13) > 0) cb->s.matching_mode = ip(iparm, 13);
+    cb->s.scaling_on =
+        ((ip(iparm, 11) == 1 && ip(iparm, 13) >= 1) || (ip(iparm, 11) == 2 && ip(iparm, 30) >= 1))
+            ? 1
+            : 0;
+    cb->s.transposed = ip(iparm, 12) == 1 ? 1 : 0;
+  }
+  cb->s.mmd_on_separator = 1;
+  rctl(cb, kRctlTen) = 10.0;
+  rctl(cb, kRctlOne) = 1.0;
+  rctl(cb, kRctlHybridTol) = 1e-12;
+  rctl(cb, kRctlFloor) = 1e-30;
+  cb->s.old_maxfct_marker = 0x7fffffff;
+  cb->s.order_consts[0] = 6;
+  cb->s.order_consts[1] = 2;
+  cb->s.order_consts[2] = 2;
+  cb->s.order_consts[3] = 10000;
+  if (has_block(c.pt, kPtFactors))
+    for (int r = 1; r <= cb->factor_rows; ++r) clear_factor_row(factor_row(c.pt, r));
+}
+
+// Analysis: stages 1 to 3 of the numeric driver.  Returns the result class
+// (0 or negative) and fills f on failure.
+int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  for (int stage = kStageOrdering; stage <= kStageSizing; ++stage) {
+    int st = stage;
+    const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
+    if (code != 0) {
+      f->result = code == -182 ? -8 : -3;
+      f->code = code;
+      return f->result;
+    }
+  }
+  return 0;
+}
+
+int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  int st = kStageNumeric;
+  const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
+  if (code != 0) {
+    f->result = st < 0 ? st : -4;
+    f->code = code;
+    return f->result;
+  }
+  return 0;
+}
+
+// The end of every call that reached the handle.
+void finish_call(const CallArgs &c, ControlBlock *cb, Failure f) {
+  int *iparm = c.iparm;
+  const int phase = *c.phase;
+  const int level = message_level(c.msglvl);
+  if (cb) {
+    ip(iparm, 15) = cb->s.peak_kb;
+    ip(iparm, 16) = cb->s.perm_kb;
+    ip(iparm, 17) = cb->s.factor_kb;
+  }
+  int result = f.result;
+  if (result < 0) {
+    if (level == 0 && result == -1) result = -7;
+    if (level > 0) {
+      if (phase < 0) report_line("*** error velmora: internal error ");
+      f.result = result;
+      report_failure(f, cb, iparm, phase);
+    }
+  }
+  if (cb) {
+    cb->s.internal_error = f.code;
+    if (phase >= 0) cb->s.internal_error = 0;
+  }
+  *c.error = result;
+}
+
+}  // namespace
+
+const char *missing_argument(const CallArgs &c) {
+  if (!c.pt) return "pt";
+  if (!c.maxfct) return "maxfct";
+  if (!c.mnum) return "mnum";
+  if (!c.mtype) return "mtype";
+  if (!c.n) return "n";
+  if (!c.iparm) return "iparm";
+  const int phase = *c.phase;
+  if (phase >= 10 && phase < 30) {
+    if (!c.a) return "a";
+    if (!c.ia) return "ia";
+    if (!c.ja) return "ja";
+  }
+  if (phase == 13 || phase == 23 || phase == 33) {
+    if (!c.nrhs) return "nrhs";
+    if (!c.b) return "b";
+    if (!c.x) return "x";
+  }
+  if (phase >= 10 && !c.perm &&
+      (ip(c.iparm, 5) != 0 || ip(c.iparm, 31) != 0 || ip(c.iparm, 40) > 0))
+    return "perm";
+  if (!c.dparm && (ip(c.iparm, 32) == 1 || ip(c.iparm, 33) == 1)) return "dparm";
+  return nullptr;
+}
+
+void fail_without_handle(const CallArgs &c, const Failure &f) {
+  const int level = message_level(c.msglvl);
+  Failure g = f;
+  if (level == 0 && g.result == -1) g.result = -7;
+  if (level > 0) report_failure(g, nullptr, c.iparm, *c.phase);
+  *c.error = g.result;
+}
+
+int VELMORA_CCC(const CallArgs &c) {
+  void **pt = c.pt;
+  int *iparm = c.iparm;
+  const int phase = *c.phase;
+  const int level = message_level(c.msglvl);
+  ip(iparm, 50) = 0;
+  *c.error = 0;
+  Failure f;
+  ControlBlock *cb = control_of(pt);
+
+  // Selected inversion works on stored factors only.
+  if (phase == -22 && cb) {
+    static const int kInvertible[] = {1, 3, 6, 11, 13, -2};
+    for (int t : kInvertible)
+      if (*c.mtype == t) {
+        f = Failure{-1, kCodeNotAvailable, 0, 0, "selected inversion"};
+        finish_call(c, cb, f);
+        return f.code;
+      }
+    return 0;
+  }
+
+  if (ip(iparm, 32) == 1) {
+    static const int kIterativePhases[] = {-1, 11, 12, 13, 22, 23, 33};
+    for (int p : kIterativePhases)
+      if (phase == p) {
+        fail_without_handle(c, Failure{-1, kCodeNotAvailable, 0, 0, "iterative solver"});
+        return kCodeNotAvailable;
+      }
+    return 0;
+  }
+
+  const bool analysis = phase >= 11 && phase <= 13;
+  if (!cb) {
+    // Release of a diagonal matrix: nothing was ever allocated.
+    if (phase < 1 && ip(iparm, 12) == -1) return 0;
+    const int code = create_handle(c);
+    cb = control_of(pt);
+    if (code != 0) {
+      f = Failure{-2, code};
+      finish_call(c, cb, f);
+      return code;
+    }
+    if (phase < 1) {
+      // A handle made by a release call is marked as made by mistake.
+      cb->s.error_state = -1;
+      return 0;
+    }
+    reset_control(c, cb);
+  } else if (phase == 0) {
+    const int mnum = *c.mnum;
+    if (mnum > cb->factor_rows || mnum < 1 || !has_block(pt, kPtFactors)) {
+      f = Failure{-1, kCodeWrongMatrixNumber, mnum};
+    } else {
+      release_factor_row(pt, mnum);
+      if (level > 0) report_line(" L&U for matrix number %d deleted", mnum);
+    }
+    finish_call(c, cb, f);
+    return f.code;
+  } else if (analysis || phase == -1) {
+    ip(iparm, 15) = 0;
+    ip(iparm, 16) = 0;
+    ip(iparm, 17) = 0;
+    const int released = release_all_factor_rows(pt, cb);
+    release_work_groups(pt);
+    if (phase == -1) {
+      group_release(&pt_slot(pt, kPtFactors));
+      group_release(&pt_slot(pt, kPtControl));
+      call_count(pt) = 0;
+      if (level > 0)
+        report_line(" cleaned memory, deleted number of L&U-factorizations: %d", released);
+      return 0;
+    }
+    if (*c.maxfct > cb->factor_rows) {
+      group_release(&pt_slot(pt, kPtFactors));
+      const int code = allocate_factor_table(pt, cb, *c.maxfct);
+      if (code != 0) {
+        finish_call(c, cb, Failure{-2, code});
+        return code;
+      }
+    }
+    reset_control(c, cb);
+  }
+
+  // The nonzero count: taken from ia by analysis and factorization, the
+  // stored one by a solve, so that ia need not be valid in a solve.
+  const int first = phase / 10;
+  const int last = phase % 10;
+  if (first == 1 || first == 2) cb->s.nnz = *c.n >= 1 ? c.ia[*c.n] - 1 : 0;
+  const int check = CHECK_INPUT_FC(c, cb, cb->s.nnz, &f);
+  if (check == kCheckDiagonalDone) return 0;
+  if (check < 0) {
+    f = Failure{-7, check};
+  } else if (check > 0) {
+    f.result = -1;
+  } else if (!has_block(pt, kPtSymbolic) && (first == 2 || first == 3)) {
+    f = Failure{-1, kCodeNoAnalysis};
+  } else if (first == 1) {
+    run_analysis(c, cb, &f);
+    if (f.result == 0 && (last > 1 || first > 1)) run_numeric(c, cb, &f);
+  } else {
+    run_numeric(c, cb, &f);
+  }
+  finish_call(c, cb, f);
+  return f.code;
+}
+
+}  // namespace vm
