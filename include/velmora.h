@@ -24,22 +24,26 @@ extern "C" {
 #endif
 
 /* Apply F to every spelling of one call.  F(spelling, name, ret, params, args). */
+/* clang-format off */
 #define VELMORA_SPELL_1(F, lo, UP, ret, params, args) F(UP, lo, ret, params, args)
 #define VELMORA_SPELL_4(F, lo, UP, ret, params, args) \
   F(lo, lo, ret, params, args)                        \
-  F(lo##_, lo, ret, params, args) F(UP, lo, ret, params, args) F(UP##_, lo, ret, params, args)
-#define VELMORA_SPELL_8(F, lo, UP, ret, params, args)                \
-  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                      \
-  F(lo##_z, lo, ret, params, args)                                   \
-  F(lo##_z_, lo, ret, params, args) F(UP##_Z, lo, ret, params, args) \
-      F(UP##_Z_, lo, ret, params, args)
-#define VELMORA_SPELL_12(F, lo, UP, ret, params, args)                       \
-  VELMORA_SPELL_4(F, lo, UP, ret, params, args)                              \
-  F(lo##_d, lo, ret, params, args)                                           \
-  F(lo##_d_, lo, ret, params, args) F(UP##_D, lo, ret, params, args)         \
-      F(UP##_D_, lo, ret, params, args) F(lo##_z, lo, ret, params, args)     \
-          F(lo##_z_, lo, ret, params, args) F(UP##_Z, lo, ret, params, args) \
-              F(UP##_Z_, lo, ret, params, args)
+  F(lo##_, lo, ret, params, args)                     \
+  F(UP, lo, ret, params, args)                        \
+  F(UP##_, lo, ret, params, args)
+#define VELMORA_SPELL_8(F, lo, UP, ret, params, args) \
+  VELMORA_SPELL_4(F, lo, UP, ret, params, args)       \
+  F(lo##_z, lo, ret, params, args)                    \
+  F(lo##_z_, lo, ret, params, args)                   \
+  F(UP##_Z, lo, ret, params, args)                    \
+  F(UP##_Z_, lo, ret, params, args)
+#define VELMORA_SPELL_12(F, lo, UP, ret, params, args) \
+  VELMORA_SPELL_8(F, lo, UP, ret, params, args)        \
+  F(lo##_d, lo, ret, params, args)                     \
+  F(lo##_d_, lo, ret, params, args)                    \
+  F(UP##_D, lo, ret, params, args)                     \
+  F(UP##_D_, lo, ret, params, args)
+/* clang-format on */
 
 /*
  * The table of exported calls: E(count, lower name, upper name, return

@@ -344,7 +344,7 @@ int smat_check(const smat *mat) {
  */
 
 void smat_sort_row(smat *mat, pint row, int with_values) {
-  VM_SPARSE_ASSERT(row >= 0 && (uint32_t)row < mat->m, "smat");
+  VM_SPARSE_ASSERT(row >= 0 && static_cast<uint32_t>(row) < mat->m, "smat");
   const int stride = value_stride(mat);
   const pint begin = mat->ia[row];
   const bool carry = with_values && mat->a != nullptr;
@@ -491,10 +491,7 @@ void smat_to_symmetric_structure(smat *A) {
 smat_colindex *smat_colindex_new(const smat *A) {
   VM_SPARSE_ASSERT(A != NULL, "smat");
   smat_colindex *ci = static_cast<smat_colindex *>(quor_malloc(sizeof(smat_colindex)));
-  // One start per column plus the end; a matrix with more rows than columns
-  // gets extra trailing starts (all equal to nnz) so that both counts can
-  // bound the array.
-  const std::size_t starts = (A->m > A->n ? A->m : A->n) + static_cast<std::size_t>(1);
+  const std::size_t starts = static_cast<std::size_t>(A->n) + 1;
   ci->col_start = new_zeroed_index_array(starts);
   ci->row = new_index_array(A->nnz);
   ci->pos = new_index_array(A->nnz);
@@ -502,6 +499,7 @@ smat_colindex *smat_colindex_new(const smat *A) {
   for (std::size_t j = 1; j < starts; ++j) ci->col_start[j] += ci->col_start[j - 1];
   pint *next = new_index_array(starts);
   std::memcpy(next, ci->col_start, starts * sizeof(pint));
+  // Rows in ascending order leave the rows of every column ascending.
   for (uint32_t i = 0; i < A->m; ++i) {
     for (pint k = A->ia[i]; k < A->ia[i + 1]; ++k) {
       const pint t = next[A->ja[k]]++;
@@ -510,8 +508,9 @@ smat_colindex *smat_colindex_new(const smat *A) {
     }
   }
   std::free(next);
-  VM_SPARSE_ASSERT_TEXT(A->nnz == static_cast<unsigned>(ci->col_start[A->m]),
-                        "A->nnz == (unsigned) ci->col_start[A->m]", "smat");
+  // The last start closes the last column: it must account for every entry.
+  VM_SPARSE_ASSERT_TEXT(A->nnz == static_cast<unsigned>(ci->col_start[A->n]),
+                        "A->nnz == (unsigned) ci->col_start[A->n]", "smat");
   return ci;
 }
 
@@ -567,7 +566,8 @@ smat *perm_sym_upper(const smat *src, const perm *perm, bool carry) {
   for (uint32_t r = 0; r < full->m; ++r) {
     const pint i = inverse->p[r];
     pint count = 0;
-    for (pint k = full->ia[i]; k < full->ia[i + 1]; ++k) count += p[full->ja[k]] >= (pint)r;
+    for (pint k = full->ia[i]; k < full->ia[i + 1]; ++k)
+      count += p[full->ja[k]] >= static_cast<pint>(r);
     dst->ia[r + 1] = dst->ia[r] + count;
   }
   dst->nnz = static_cast<uint32_t>(dst->ia[dst->m]);

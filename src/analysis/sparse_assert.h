@@ -23,7 +23,7 @@
 
 /*
  * Check `expr`; on failure print `text`.  Used where the source spelling of
- * the condition differs from its documented form (casts, spacing).
+ * the condition differs from the form it is known by (casts, spacing).
  */
 #define VM_SPARSE_ASSERT_TEXT(expr, text, family) \
   ((expr) ? (void)0 : vm_sparse_assert_fail(text, family, __FILE__, __LINE__))

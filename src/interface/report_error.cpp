@@ -105,8 +105,9 @@ void check_message(const Failure &f) {
 }
 
 void memory_message(const Failure &f, const ControlBlock *cb, const int *iparm) {
-  const long long bytes = cb ? static_cast<long long>(cb->fail_bytes) : 0;
-  const long long kb = cb ? static_cast<long long>(cb->mem_kb) + (bytes + 1023) / 1024 : 0;
+  const long long bytes = f.bytes;
+  const long long held = cb ? static_cast<long long>(cb->mem_kb) : 0;
+  const long long kb = held + (bytes + 1023) / 1024;
   report_line("*** error velmora (memory allocation) %s, size to allocate: %lld bytes",
               group_name(f.code), bytes);
   report_line("total memory wanted here: %lld kbyte", kb);

@@ -24,6 +24,7 @@ struct Failure {
   int arg1 = 0;
   int arg2 = 0;
   const char *text = "";
+  long long bytes = 0;  // size of a failed allocation
 };
 
 // Prints the class line and the message lines of `f` on standard output.

@@ -1,0 +1,129 @@
+// White-box tests of the phase driver: failed allocations of each group of
+// a new handle, and what the handle holds afterwards.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "interface/control.h"
+#include "interface/memory.h"
+#include "velmora.h"
+
+namespace {
+
+// A 4x4 tridiagonal matrix, upper triangle: not diagonal, so calls reach
+// the phase driver.
+struct Tridiagonal {
+  int n = 4;
+  std::array<int, 5> ia{1, 3, 5, 7, 8};
+  std::array<int, 7> ja{1, 2, 2, 3, 3, 4, 4};
+  std::array<double, 7> a{4, -1, 4, -1, 4, -1, 4};
+  std::array<double, 4> b{1, 1, 1, 1}, x{};
+  std::array<void *, 64> pt{};
+  std::array<int, 64> iparm{};
+  std::array<double, 64> dparm{};
+  std::array<int, 4> perm{};
+  int mtype = 2, maxfct = 1, mnum = 1, nrhs = 1;
+
+  Tridiagonal() {
+    int error = 0, solver = 0;
+    velmorainit(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
+  }
+  int call(int phase, int msglvl) {
+    int error = 0;
+    velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), ia.data(), ja.data(),
+            perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
+    return error;
+  }
+};
+
+struct AllocationFailure : ::testing::Test {
+  void TearDown() override { vm::testing::fail_allocation_after(0); }
+};
+
+TEST_F(AllocationFailure, ControlBlockLeavesHandleEmpty) {
+  Tridiagonal t;
+  vm::testing::fail_allocation_after(1);
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(t.call(11, 1), -2);
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("*** error VELMORA  (insufficient_memory     ) error_num= -100\n"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("*** error velmora (memory allocation) BASIC, size to allocate: 2560 bytes\n"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("total memory wanted here: "), std::string::npos);
+  EXPECT_NE(out.find("symbolic (max): "), std::string::npos);
+  for (void *p : t.pt) EXPECT_EQ(p, nullptr);
+  // A later call works on the same (still empty) handle.
+  EXPECT_EQ(t.call(-1, 0), 0);  // marks the handle
+  EXPECT_NE(t.pt[1], nullptr);
+  EXPECT_EQ(t.call(-1, 0), 0);  // releases it
+  EXPECT_EQ(t.pt[1], nullptr);
+}
+
+TEST_F(AllocationFailure, FactorTableKeepsControlBlockUntilRelease) {
+  Tridiagonal t;
+  vm::testing::fail_allocation_after(2);
+  EXPECT_EQ(t.call(11, 0), -2);
+  ASSERT_NE(t.pt[1], nullptr);
+  EXPECT_EQ(t.pt[3], nullptr);
+  // Nothing more is allocated by a failing numeric call; phase -1 frees all.
+  EXPECT_EQ(t.call(22, 0), -7);
+  EXPECT_EQ(t.call(0, 0), -7);  // no row 1 to release
+  EXPECT_EQ(t.call(-1, 0), 0);
+  for (void *p : t.pt) EXPECT_EQ(p, nullptr);
+}
+
+TEST_F(AllocationFailure, EveryCountOfFailuresLeavesNoLeak) {
+  // Runs the same sequence with the k-th allocation failing, for every k
+  // up to one past the number of allocations the sequence makes.
+  for (int k = 1; k <= 4; ++k) {
+    Tridiagonal t;
+    vm::testing::fail_allocation_after(k);
+    t.call(11, 0);
+    t.call(22, 0);
+    t.maxfct = 3;  // a new analysis with more factor rows regrows the table
+    t.mnum = 3;
+    t.call(12, 0);
+    vm::testing::fail_allocation_after(0);
+    EXPECT_EQ(t.call(-1, 0), 0) << "k=" << k;
+    if (t.pt[1] != nullptr) {
+      EXPECT_EQ(t.call(-1, 0), 0);
+    }
+    for (void *p : t.pt) EXPECT_EQ(p, nullptr) << "k=" << k;
+  }
+}
+
+TEST(ControlBlock, ResetKeepsTableSizeAndSentinels) {
+  Tridiagonal t;
+  t.maxfct = 2;
+  EXPECT_NE(t.call(11, 0), 0);  // analysis is refused, the handle stays
+  auto *cb = vm::control_of(t.pt.data());
+  ASSERT_NE(cb, nullptr);
+  EXPECT_EQ(cb->factor_rows, 2);
+  for (auto word : cb->offsets) EXPECT_EQ(word, vm::kSentinel);
+  auto *row = vm::factor_row(t.pt.data(), 2);
+  EXPECT_EQ(row[0], 0);
+  EXPECT_EQ(row[1], vm::kSentinel);
+  EXPECT_EQ(cb->s.check.n, 4);
+  EXPECT_EQ(cb->s.check.nnz, 7);
+  EXPECT_EQ(cb->s.panel_size, 80);
+  EXPECT_EQ(cb->s.symmetric_pattern, 1);
+  EXPECT_DOUBLE_EQ(vm::rctl(cb, vm::kRctlHybridTol), 1e-12);
+  EXPECT_EQ(t.call(-1, 0), 0);
+}
+
+TEST(ControlBlock, HybridCodeSetsModeAndTolerance) {
+  Tridiagonal t;
+  t.iparm[3] = -61;  // conjugate gradients, mode 1, tolerance 1e-6
+  t.call(11, 0);
+  auto *cb = vm::control_of(t.pt.data());
+  ASSERT_NE(cb, nullptr);
+  EXPECT_EQ(cb->s.hybrid_mode, -1);
+  EXPECT_DOUBLE_EQ(vm::rctl(cb, vm::kRctlHybridTol), 1e-6);
+  EXPECT_EQ(t.call(-1, 0), 0);
+}
+
+}  // namespace
