@@ -1,0 +1,96 @@
+// ladj_mod.cpp - adjacency of A + A^T for the orderings.
+#include "analysis/ladj_mod.h"
+
+#include <algorithm>
+
+namespace vm {
+
+namespace {
+
+// Row r of the graph's matrix reads row source(r) of A.
+inline int source_row(const int *rowmap, int r) {
+  return rowmap ? rowmap[r] - 1 : r;
+}
+
+inline bool in_range(int col, int n) {
+  return col >= 1 && col <= n;
+}
+
+// Sorts each list and removes repeats in place; returns the new length.
+int sort_unique(int *list, int len) {
+  std::sort(list, list + len);
+  return static_cast<int>(std::unique(list, list + len) - list);
+}
+
+}  // namespace
+
+std::int64_t ladj_mod_capacity(int n, const int *ia) {
+  return 2 * (static_cast<std::int64_t>(ia[n]) - ia[0]);
+}
+
+std::int64_t ladj_mod_work_size(int n) {
+  return 2 * static_cast<std::int64_t>(n) + 2;
+}
+
+std::int64_t LADJ_MOD_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, int nthreads,
+                              int *xadj, int *adjncy, int *work) {
+  // count(r) and then the fill position of row r live in work[0..n);
+  // the deduplicated lengths in work[n..2n).
+  int *count = work;
+  int *kept = work + n;
+  const bool parallel = nthreads > 1;
+
+  // Count: entry (r, c) of B lands in rows r and c.
+#pragma omp parallel for schedule(static) if (parallel)
+  for (int r = 0; r < n; ++r) count[r] = 0;
+#pragma omp parallel for schedule(static) if (parallel)
+  for (int r = 0; r < n; ++r) {
+    const int s = source_row(rowmap, r);
+    for (int k = ia[s] - 1; k < ia[s + 1] - 1; ++k) {
+      const int c = ja[k];
+      if (!in_range(c, n) || c == r + 1) continue;
+#pragma omp atomic
+      ++count[r];
+#pragma omp atomic
+      ++count[c - 1];
+    }
+  }
+  xadj[0] = 1;
+  for (int r = 0; r < n; ++r) xadj[r + 1] = xadj[r] + count[r];
+
+    // Fill: positions taken by atomic capture, lists sorted afterwards, so
+    // the result does not depend on the thread count.
+#pragma omp parallel for schedule(static) if (parallel)
+  for (int r = 0; r < n; ++r) count[r] = xadj[r] - 1;
+#pragma omp parallel for schedule(static) if (parallel)
+  for (int r = 0; r < n; ++r) {
+    const int s = source_row(rowmap, r);
+    for (int k = ia[s] - 1; k < ia[s + 1] - 1; ++k) {
+      const int c = ja[k];
+      if (!in_range(c, n) || c == r + 1) continue;
+      int at;
+#pragma omp atomic capture
+      at = count[r]++;
+      adjncy[at] = c;
+#pragma omp atomic capture
+      at = count[c - 1]++;
+      adjncy[at] = r + 1;
+    }
+  }
+
+  // Repeats (an entry given in both triangles, or twice) are removed row by
+  // row, then the rows are moved together.
+#pragma omp parallel for schedule(dynamic, 256) if (parallel)
+  for (int r = 0; r < n; ++r) kept[r] = sort_unique(adjncy + xadj[r] - 1, xadj[r + 1] - xadj[r]);
+  int next = 1;
+  for (int r = 0; r < n; ++r) {
+    const int from = xadj[r];
+    xadj[r] = next;
+    if (from != next) std::copy(adjncy + from - 1, adjncy + from - 1 + kept[r], adjncy + next - 1);
+    next += kept[r];
+  }
+  xadj[n] = next;
+  return next - 1;
+}
+
+}  // namespace vm
