@@ -7,8 +7,10 @@
  *
  * Each call exists in several spellings (lower and upper case, with and
  * without a trailing underscore, and for the main calls also with _d and
- * _z); every spelling runs the same body.  The spellings are produced from
- * the one table VELMORA_CALL_TABLE below, both here and in the library.
+ * _z).  For the main calls every spelling runs the same body; for the
+ * checkers the plain and _d spellings are the real ones and the _z
+ * spellings the complex ones.  The spellings are produced from the one
+ * table VELMORA_CALL_TABLE below, both here and in the library.
  */
 #ifndef VELMORA_H
 #define VELMORA_H
@@ -43,12 +45,35 @@ extern "C" {
   F(lo##_d_, lo, ret, params, args)                    \
   F(UP##_D, lo, ret, params, args)                     \
   F(UP##_D_, lo, ret, params, args)
+
+/*
+ * Calls whose real and complex bodies differ: the plain and _d spellings
+ * run the real body `lo`, the _z spellings the complex body `lo`_z.
+ */
+#define VELMORA_SPELL_REAL8(F, lo, UP, ret, params, args) \
+  VELMORA_SPELL_4(F, lo, UP, ret, params, args)           \
+  F(lo##_d, lo, ret, params, args)                        \
+  F(lo##_d_, lo, ret, params, args)                       \
+  F(UP##_D, lo, ret, params, args)                        \
+  F(UP##_D_, lo, ret, params, args)
+#define VELMORA_SPELL_Z4(F, lo, UP, ret, params, args) \
+  F(lo##_z, lo##_z, ret, params, args)                 \
+  F(lo##_z_, lo##_z, ret, params, args)                \
+  F(UP##_Z, lo##_z, ret, params, args)                 \
+  F(UP##_Z_, lo##_z, ret, params, args)
+#define VELMORA_SPELL_RZ12(F, lo, UP, ret, params, args) \
+  VELMORA_SPELL_REAL8(F, lo, UP, ret, params, args)      \
+  VELMORA_SPELL_Z4(F, lo, UP, ret, params, args)
+#define VELMORA_SPELL_RZ8(F, lo, UP, ret, params, args) \
+  VELMORA_SPELL_4(F, lo, UP, ret, params, args)         \
+  VELMORA_SPELL_Z4(F, lo, UP, ret, params, args)
 /* clang-format on */
 
 /*
- * The table of exported calls: E(count, lower name, upper name, return
- * type, parameter list, argument list).  count is how many spellings the
- * call has (1, 4, 8 or 12).
+ * The table of exported calls: E(set, lower name, upper name, return type,
+ * parameter list, argument list).  set names the spellings: 1, 4, 8 or 12
+ * spellings of one body, or RZ12 (plain, _d: real body; _z: complex body)
+ * and RZ8 (plain: real body; _z: complex body).
  */
 #define VELMORA_CALL_TABLE(E)                                                                      \
   /* solve: analysis, factorization, solution, release by `phase` */                               \
@@ -65,11 +90,24 @@ extern "C" {
   E(4, velmora_exist_parallel, VELMORA_EXIST_PARALLEL, void, (void), ())                           \
   E(4, velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, void, (void), ())                   \
   /* thread count from OMP_NUM_THREADS, printed; 0 when it is unset */                             \
-  E(1, get_proc_velmora, GET_PROC_VELMORA, int, (int *nproc), (nproc))
+  E(1, get_proc_velmora, GET_PROC_VELMORA, int, (int *nproc), (nproc))                             \
+  /* checkers: no handle, no state; messages on standard error, codes below */                     \
+  /* is `a` in (ia, ja) a valid matrix of type `mtype`? */                                         \
+  E(RZ12, velmora_chkmatrix, VELMORA_CHKMATRIX, void,                                              \
+    (const int *mtype, const int *n, const void *a, const int *ia, const int *ja, int *error),     \
+    (mtype, n, a, ia, ja, error))                                                                  \
+  /* are the n*nrhs values of b (one right-hand side after the other) finite? */                   \
+  E(RZ8, velmora_chkvec, VELMORA_CHKVEC, void,                                                     \
+    (const int *n, const int *nrhs, const void *b, int *error), (n, nrhs, b, error))               \
+  /* both checks, then type, order, nonzeros, value ranges on standard output */                   \
+  E(RZ12, velmora_printstats, VELMORA_PRINTSTATS, void,                                            \
+    (const int *mtype, const int *n, const void *a, const int *ia, const int *ja, const int *nrhs, \
+     const void *b, int *error),                                                                   \
+    (mtype, n, a, ia, ja, nrhs, b, error))
 
 #define VELMORA_DECLARE_ONE(spelling, lo, ret, params, args) VELMORA_API ret spelling params;
-#define VELMORA_DECLARE(count, lo, UP, ret, params, args) \
-  VELMORA_SPELL_##count(VELMORA_DECLARE_ONE, lo, UP, ret, params, args)
+#define VELMORA_DECLARE(set, lo, UP, ret, params, args) \
+  VELMORA_SPELL_##set(VELMORA_DECLARE_ONE, lo, UP, ret, params, args)
 
 VELMORA_CALL_TABLE(VELMORA_DECLARE)
 
@@ -86,6 +124,18 @@ VELMORA_CALL_TABLE(VELMORA_DECLARE)
 #define VELMORA_ERR_PREORDER (-6)
 #define VELMORA_ERR_SILENT (-7)
 #define VELMORA_ERR_OVERFLOW (-8)
+
+/*
+ * Values of `error` of the checkers (0 is valid):
+ *   10  argument: type not of the family, order below 1, null pointer
+ *  100  row pointer below 1 or decreasing
+ *  101  column index outside 1..n
+ *  200  column indices of a row not strictly increasing
+ *  201  symmetric storage: a row without its diagonal entry
+ *  202  symmetric storage: an entry below the diagonal
+ *  300  a NaN value
+ *  301  an infinite value
+ */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,6 @@
 // The shared object exports exactly the calls of the public headers: every
-// spelling of the solver calls and the sparse-matrix functions, nothing else.
+// spelling of the solver calls and the checkers, and the sparse-matrix
+// functions, nothing else.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,7 @@ namespace {
 
 std::set<std::string> ExpectedFunctions() {
   std::set<std::string> want;
-  for (const char *base : {"velmora", "velmorainit"}) {
+  for (const char *base : {"velmora", "velmorainit", "velmora_chkmatrix", "velmora_printstats"}) {
     std::string lo = base, up;
     for (char c : lo) up += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
     for (const std::string &stem : {lo, lo + "_d", lo + "_z", up, up + "_D", up + "_Z"}) {
@@ -25,6 +26,9 @@ std::set<std::string> ExpectedFunctions() {
     for (char c : lo) up += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
     want.insert({lo, lo + "_", up, up + "_"});
   }
+  // the vector checker has plain and _z spellings, no _d
+  want.insert({"velmora_chkvec", "velmora_chkvec_", "VELMORA_CHKVEC", "VELMORA_CHKVEC_",
+               "velmora_chkvec_z", "velmora_chkvec_z_", "VELMORA_CHKVEC_Z", "VELMORA_CHKVEC_Z_"});
   want.insert({"GET_PROC_VELMORA", "smat_new_from", "smat_new_from_coord", "smat_copy_trans",
                "smat_add", "smat_free", "smat_to_symmetric_structure"});
   return want;
@@ -32,11 +36,14 @@ std::set<std::string> ExpectedFunctions() {
 
 TEST(Exports, ExpectedListIsComplete) {
   const std::set<std::string> want = ExpectedFunctions();
-  EXPECT_EQ(want.size(), 12u + 12u + 4u + 4u + 1u + 6u);
+  EXPECT_EQ(want.size(), 12u + 12u + 12u + 12u + 8u + 4u + 4u + 1u + 6u);
   for (const char *name : {"velmora", "velmora_d_", "VELMORA_Z", "velmorainit_z_", "VELMORAINIT_D",
-                           "VELMORA_EXIST_PARALLEL_", "velmora_ipopt_newinterface_"}) {
+                           "VELMORA_EXIST_PARALLEL_", "velmora_ipopt_newinterface_",
+                           "VELMORA_CHKMATRIX_D_", "velmora_printstats_z", "VELMORA_CHKVEC_Z_"}) {
     EXPECT_EQ(want.count(name), 1u) << name;
   }
+  EXPECT_EQ(want.count("velmora_chkvec_d"), 0u);
+  EXPECT_EQ(want.count("VELMORA_CHKVEC_D_"), 0u);
 }
 
 TEST(Exports, DefinedFunctionsAreExactlyTheInterface) {

@@ -1,7 +1,8 @@
 // entry.h - the bodies behind the exported spellings.
 //
 // Each exported call of velmora.h forwards its arguments unchanged to the
-// body of the same name here; exports.cpp generates the spellings.
+// body of the same name here (the _z spellings of the checkers to the
+// body with the _z suffix); exports.cpp generates the spellings.
 #ifndef VELMORA_INTERFACE_ENTRY_H
 #define VELMORA_INTERFACE_ENTRY_H
 
@@ -15,6 +16,18 @@ void velmorainit(void **pt, const int *mtype, const int *solver, int *iparm, dou
 void velmora_exist_parallel();
 void velmora_ipopt_newinterface();
 int get_proc_velmora(int *nproc);
+
+// Checkers (parchk.cpp): real bodies, and complex ones with the _z suffix.
+void velmora_chkmatrix(const int *mtype, const int *n, const void *a, const int *ia, const int *ja,
+                       int *error);
+void velmora_chkmatrix_z(const int *mtype, const int *n, const void *a, const int *ia,
+                         const int *ja, int *error);
+void velmora_chkvec(const int *n, const int *nrhs, const void *b, int *error);
+void velmora_chkvec_z(const int *n, const int *nrhs, const void *b, int *error);
+void velmora_printstats(const int *mtype, const int *n, const void *a, const int *ia, const int *ja,
+                        const int *nrhs, const void *b, int *error);
+void velmora_printstats_z(const int *mtype, const int *n, const void *a, const int *ia,
+                          const int *ja, const int *nrhs, const void *b, int *error);
 
 }  // namespace vm::entry
 

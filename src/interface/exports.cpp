@@ -8,7 +8,7 @@
   extern "C" VELMORA_API ret spelling params {         \
     return vm::entry::lo args;                         \
   }
-#define VM_DEFINE(count, lo, UP, ret, params, args) \
-  VELMORA_SPELL_##count(VM_DEFINE_ONE, lo, UP, ret, params, args)
+#define VM_DEFINE(set, lo, UP, ret, params, args) \
+  VELMORA_SPELL_##set(VM_DEFINE_ONE, lo, UP, ret, params, args)
 
 VELMORA_CALL_TABLE(VM_DEFINE)
