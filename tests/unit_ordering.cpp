@@ -1,0 +1,950 @@
+// unit_ordering.cpp - the fill-reducing orderings on generated graphs and on
+// the shared test matrices.
+//
+// Every ordering must return inverse permutations.  Quality is judged by
+// nnz(L) of the ordered graph, counted here independently of the library:
+// the elimination tree and the row subtrees give the count for any size,
+// and a brute-force elimination with explicit neighbour sets checks that
+// count on small graphs.
+#include <gtest/gtest.h>
+#include <metis.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "analysis/ordering.h"
+
+namespace {
+
+// ---------------------------------------------------------------- graphs
+
+// Symmetric one-based adjacency without diagonal.
+struct Graph {
+  int n = 0;
+  std::vector<int> xadj{1};
+  std::vector<int> adj;
+  int64_t nadj() const { return static_cast<int64_t>(adj.size()); }
+};
+
+using Edge = std::pair<int, int>;
+
+// Zero-based edge list to a graph; repeated edges and loops are dropped and
+// every row is sorted.
+Graph from_edges(int n, const std::vector<Edge> &edges) {
+  std::vector<std::vector<int>> rows(n);
+  for (const Edge &e : edges) {
+    if (e.first == e.second) continue;
+    rows[e.first].push_back(e.second);
+    rows[e.second].push_back(e.first);
+  }
+  Graph g;
+  g.n = n;
+  g.xadj.assign(1, 1);
+  for (auto &r : rows) {
+    std::sort(r.begin(), r.end());
+    r.erase(std::unique(r.begin(), r.end()), r.end());
+    for (int j : r) g.adj.push_back(j + 1);
+    g.xadj.push_back(static_cast<int>(g.adj.size()) + 1);
+  }
+  return g;
+}
+
+Graph grid2d(int nx, int ny) {
+  std::vector<Edge> e;
+  auto id = [nx](int x, int y) { return x + nx * y; };
+  for (int y = 0; y < ny; ++y) {
+    for (int x = 0; x < nx; ++x) {
+      if (x + 1 < nx) e.emplace_back(id(x, y), id(x + 1, y));
+      if (y + 1 < ny) e.emplace_back(id(x, y), id(x, y + 1));
+    }
+  }
+  return from_edges(nx * ny, e);
+}
+
+Graph grid3d(int nx, int ny, int nz) {
+  std::vector<Edge> e;
+  auto id = [nx, ny](int x, int y, int z) { return x + nx * (y + ny * z); };
+  for (int z = 0; z < nz; ++z) {
+    for (int y = 0; y < ny; ++y) {
+      for (int x = 0; x < nx; ++x) {
+        if (x + 1 < nx) e.emplace_back(id(x, y, z), id(x + 1, y, z));
+        if (y + 1 < ny) e.emplace_back(id(x, y, z), id(x, y + 1, z));
+        if (z + 1 < nz) e.emplace_back(id(x, y, z), id(x, y, z + 1));
+      }
+    }
+  }
+  return from_edges(nx * ny * nz, e);
+}
+
+Graph random_graph(int n, int nedges, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> pick(0, n - 1);
+  std::vector<Edge> e;
+  for (int k = 0; k < nedges; ++k) e.emplace_back(pick(rng), pick(rng));
+  return from_edges(n, e);
+}
+
+// A random tree on n nodes, relabelled at random.
+Graph random_tree(int n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::vector<int> label(n);
+  for (int i = 0; i < n; ++i) label[i] = i;
+  std::shuffle(label.begin(), label.end(), rng);
+  std::vector<Edge> e;
+  for (int i = 1; i < n; ++i) {
+    std::uniform_int_distribution<int> parent(0, i - 1);
+    e.emplace_back(label[i], label[parent(rng)]);
+  }
+  return from_edges(n, e);
+}
+
+Graph star(int n, int centre) {
+  std::vector<Edge> e;
+  for (int i = 0; i < n; ++i) {
+    if (i != centre) e.emplace_back(centre, i);
+  }
+  return from_edges(n, e);
+}
+
+Graph path(int n) {
+  std::vector<Edge> e;
+  for (int i = 0; i + 1 < n; ++i) e.emplace_back(i, i + 1);
+  return from_edges(n, e);
+}
+
+// Isolated nodes scattered among several components: a 6x5 grid, a path
+// of 9, a clique of 6 and a star of 8, all interleaved in the numbering.
+Graph islands() {
+  const int n = 70;
+  std::vector<int> slot(n);
+  for (int i = 0; i < n; ++i) slot[i] = (i * 37) % n;  // 37 is prime to 70
+  int next = 0;
+  auto take = [&]() { return slot[next++]; };
+  std::vector<Edge> e;
+  std::vector<int> g(30);
+  for (int &v : g) v = take();
+  for (int y = 0; y < 5; ++y) {
+    for (int x = 0; x < 6; ++x) {
+      if (x + 1 < 6) e.emplace_back(g[x + 6 * y], g[x + 1 + 6 * y]);
+      if (y + 1 < 5) e.emplace_back(g[x + 6 * y], g[x + 6 * (y + 1)]);
+    }
+  }
+  int prev = take();
+  for (int k = 1; k < 9; ++k) {
+    const int v = take();
+    e.emplace_back(prev, v);
+    prev = v;
+  }
+  std::vector<int> clique(6);
+  for (int &v : clique) v = take();
+  for (int a = 0; a < 6; ++a) {
+    for (int b = a + 1; b < 6; ++b) e.emplace_back(clique[a], clique[b]);
+  }
+  const int centre = take();
+  for (int k = 0; k < 7; ++k) e.emplace_back(centre, take());
+  // the remaining 17 nodes stay isolated
+  return from_edges(n, e);
+}
+
+// Minimal Matrix Market reader: the pattern of A+A^T without diagonal.
+Graph read_matrix_market(const std::string &name) {
+  const std::string file = std::string(VELMORA_MATRIX_DIR) + "/" + name;
+  std::ifstream in(file);
+  EXPECT_TRUE(in.good()) << file;
+  std::string line;
+  std::getline(in, line);
+  EXPECT_EQ(line.rfind("%%MatrixMarket", 0), 0u) << file;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line[0] != '%') break;
+  }
+  int rows = 0;
+  int cols = 0;
+  int64_t entries = 0;
+  std::istringstream(line) >> rows >> cols >> entries;
+  EXPECT_EQ(rows, cols) << file;
+  std::vector<Edge> e;
+  for (int64_t k = 0; k < entries && std::getline(in, line); ++k) {
+    int i = 0;
+    int j = 0;
+    std::istringstream(line) >> i >> j;
+    e.emplace_back(i - 1, j - 1);
+  }
+  EXPECT_EQ(static_cast<int64_t>(e.size()), entries) << file;
+  return from_edges(rows, e);
+}
+
+// ---------------------------------------------------------------- checks
+
+bool is_inverse_pair(int n, const std::vector<int> &perm, const std::vector<int> &invp) {
+  if (static_cast<int>(perm.size()) != n || static_cast<int>(invp.size()) != n) return false;
+  std::vector<char> seen(n, 0);
+  for (int k = 0; k < n; ++k) {
+    const int v = perm[k];
+    if (v < 1 || v > n || seen[v - 1]) return false;
+    seen[v - 1] = 1;
+    if (invp[v - 1] != k + 1) return false;
+  }
+  return true;
+}
+
+// nnz(L), diagonal included, of the graph ordered by invp: row k of L is
+// the set of nodes met walking up the elimination tree from each earlier
+// neighbour of k, and the tree is built during the same sweep.
+int64_t fill_count(const Graph &g, const std::vector<int> &perm, const std::vector<int> &invp) {
+  const int n = g.n;
+  std::vector<int> parent(n, -1);
+  std::vector<int> mark(n, -1);
+  int64_t count = n;
+  for (int k = 0; k < n; ++k) {
+    mark[k] = k;
+    const int v = perm[k] - 1;
+    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
+      int r = invp[g.adj[q] - 1] - 1;
+      if (r >= k) continue;
+      while (mark[r] != k) {
+        mark[r] = k;
+        ++count;
+        if (parent[r] == -1) {
+          parent[r] = k;
+          break;
+        }
+        r = parent[r];
+      }
+    }
+  }
+  return count;
+}
+
+// nnz(L) by explicit elimination with neighbour sets (small graphs only).
+int64_t fill_by_elimination(const Graph &g, const std::vector<int> &perm) {
+  const int n = g.n;
+  std::vector<std::set<int>> nb(n);
+  for (int v = 0; v < n; ++v) {
+    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) nb[v].insert(g.adj[q] - 1);
+  }
+  std::vector<char> gone(n, 0);
+  int64_t count = n;
+  for (int k = 0; k < n; ++k) {
+    const int v = perm[k] - 1;
+    std::vector<int> later;
+    for (int u : nb[v]) {
+      if (!gone[u]) later.push_back(u);
+    }
+    count += static_cast<int64_t>(later.size());
+    for (int a : later) {
+      for (int b : later) {
+        if (a != b) nb[a].insert(b);
+      }
+    }
+    gone[v] = 1;
+  }
+  return count;
+}
+
+std::vector<int> identity_order(int n) {
+  std::vector<int> p(n);
+  for (int i = 0; i < n; ++i) p[i] = i + 1;
+  return p;
+}
+
+int64_t natural_fill(const Graph &g) {
+  const std::vector<int> id = identity_order(g.n);
+  return fill_count(g, id, id);
+}
+
+// ---------------------------------------------------------------- runners
+
+struct Ordering {
+  int status = -100;
+  std::vector<int> perm;
+  std::vector<int> invp;
+  std::vector<int> domains;
+  int ndom = 0;
+};
+
+Ordering run_mmd(const Graph &g) {
+  Ordering o;
+  o.perm.assign(g.n, 0);
+  o.invp.assign(g.n, 0);
+  const int64_t lw = vm::order_mmd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  o.status = vm::ORDER_MMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), o.perm.data(), o.invp.data(),
+                                   work.data(), lw);
+  return o;
+}
+
+Ordering run_barred(const Graph &g, const std::vector<int> &barred, int order_barred) {
+  Ordering o;
+  o.perm.assign(g.n, 0);
+  o.invp.assign(g.n, 0);
+  const int64_t lw = vm::order_mmd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  o.status =
+      vm::ORDER_MMD_BARRED_VELMORA(g.n, g.xadj.data(), g.adj.data(), barred.data(), order_barred,
+                                   o.perm.data(), o.invp.data(), work.data(), lw);
+  return o;
+}
+
+Ordering run_cmd(const Graph &g, int mmd_on_separator) {
+  Ordering o;
+  o.perm.assign(g.n, 0);
+  o.invp.assign(g.n, 0);
+  const int64_t lw = vm::order_cmd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  o.status = vm::ORDER_CMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), mmd_on_separator,
+                                   o.perm.data(), o.invp.data(), work.data(), lw);
+  return o;
+}
+
+Ordering run_amd(const Graph &g) {
+  Ordering o;
+  o.perm.assign(g.n, 0);
+  o.invp.assign(g.n, 0);
+  const int64_t lw = vm::order_amd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  o.status = vm::ORDER_AMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), o.perm.data(), o.invp.data(),
+                                   work.data(), lw);
+  return o;
+}
+
+Ordering run_metis(const Graph &g, int target, const int *options8 = nullptr) {
+  Ordering o;
+  o.perm.assign(g.n, 0);
+  o.invp.assign(g.n, 0);
+  o.domains.assign(2 * target, 12345);
+  o.ndom = -7;
+  o.status = vm::ORDER_METIS5_VELMORA(g.n, g.xadj.data(), g.adj.data(), options8, target,
+                                      o.perm.data(), o.invp.data(), o.domains.data(), &o.ndom);
+  return o;
+}
+
+const int kDenseOptions[8] = {1, 3, 1, 2, 0, 1, 200, 1};
+
+// Domain ranges: well formed, increasing, disjoint; no edge joins two
+// ranges; a node outside every range comes after each range node it
+// touches.
+void expect_domains(const Graph &g, const Ordering &o, int target) {
+  ASSERT_GE(o.ndom, 1);
+  ASSERT_LE(o.ndom, target);
+  std::vector<int> owner(g.n, -1);  // by zero-based position
+  int previous_last = 0;
+  for (int d = 0; d < o.ndom; ++d) {
+    const int first = o.domains[2 * d];
+    const int last = o.domains[2 * d + 1];
+    ASSERT_GT(first, previous_last) << "domain " << d;
+    ASSERT_GE(last, first) << "domain " << d;
+    ASSERT_LE(last, g.n) << "domain " << d;
+    for (int k = first; k <= last; ++k) owner[k - 1] = d;
+    previous_last = last;
+  }
+  for (int k = 2 * o.ndom; k < 2 * target; ++k) EXPECT_EQ(o.domains[k], -1) << k;
+  for (int v = 0; v < g.n; ++v) {
+    const int dv = owner[o.invp[v] - 1];
+    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
+      const int u = g.adj[q] - 1;
+      const int du = owner[o.invp[u] - 1];
+      if (dv >= 0 && du >= 0) {
+        EXPECT_EQ(dv, du) << "edge " << v + 1 << "-" << u + 1 << " joins two domains";
+      } else if (dv >= 0 && du < 0) {
+        EXPECT_GT(o.invp[u], o.invp[v]) << "separator node " << u + 1 << " before domain node";
+      }
+    }
+  }
+}
+
+// The separator METIS computes with default options on g.
+std::vector<int> metis_separator(const Graph &g) {
+  std::vector<idx_t> x0(g.n + 1);
+  std::vector<idx_t> a0(g.adj.size());
+  for (int i = 0; i <= g.n; ++i) x0[i] = g.xadj[i] - 1;
+  for (std::size_t k = 0; k < g.adj.size(); ++k) a0[k] = g.adj[k] - 1;
+  idx_t options[METIS_NOPTIONS];
+  METIS_SetDefaultOptions(options);
+  options[METIS_OPTION_NUMBERING] = 0;
+  idx_t nv = g.n;
+  idx_t sepsize = 0;
+  std::vector<idx_t> part(g.n);
+  EXPECT_EQ(METIS_ComputeVertexSeparator(&nv, x0.data(), a0.data(), nullptr, options, &sepsize,
+                                         part.data()),
+            METIS_OK);
+  std::vector<int> sep;
+  for (int i = 0; i < g.n; ++i) {
+    if (part[i] == 2) sep.push_back(i);
+  }
+  return sep;
+}
+
+// The named nodes (zero-based) hold the last positions; with ascending set
+// they appear in increasing index.
+void expect_tail(const Ordering &o, const std::vector<int> &nodes, bool ascending) {
+  const int n = static_cast<int>(o.perm.size());
+  const int s = static_cast<int>(nodes.size());
+  std::vector<int> tail(o.perm.end() - s, o.perm.end());
+  std::vector<int> expected;
+  for (int v : nodes) expected.push_back(v + 1);
+  std::sort(expected.begin(), expected.end());
+  if (ascending) {
+    EXPECT_EQ(tail, expected);
+  } else {
+    std::sort(tail.begin(), tail.end());
+    EXPECT_EQ(tail, expected);
+  }
+  EXPECT_LE(s, n);
+}
+
+// ---------------------------------------------------------------- the fill counter itself
+
+TEST(FillCount, AgreesWithExplicitElimination) {
+  std::vector<Graph> graphs = {
+      grid2d(7, 6), grid3d(4, 3, 3), random_graph(60, 150, 1), random_graph(80, 90, 2), islands(),
+      star(20, 7),  path(15)};
+  std::mt19937 rng(5);
+  for (const Graph &g : graphs) {
+    std::vector<int> perm = identity_order(g.n);
+    for (int trial = 0; trial < 3; ++trial) {
+      std::vector<int> invp(g.n);
+      for (int k = 0; k < g.n; ++k) invp[perm[k] - 1] = k + 1;
+      EXPECT_EQ(fill_count(g, perm, invp), fill_by_elimination(g, perm));
+      std::shuffle(perm.begin(), perm.end(), rng);
+    }
+  }
+}
+
+TEST(FillCount, KnownValues) {
+  // Path in natural order: no fill.  Star with its centre first: full.
+  const Graph p = path(10);
+  EXPECT_EQ(natural_fill(p), 19);
+  const Graph s = star(10, 0);
+  EXPECT_EQ(natural_fill(s), 10 + 9 * 10 / 2);
+}
+
+// ---------------------------------------------------------------- graph check
+
+TEST(GraphCheck, RejectsMalformedAndUnsymmetric) {
+  Graph g = grid2d(4, 4);
+  std::vector<int> work(static_cast<std::size_t>(vm::order_check_graph_work_size(g.n, g.nadj())));
+  EXPECT_EQ(vm::order_check_graph(g.n, g.xadj.data(), g.adj.data(), 1, work.data()), vm::kOrderOk);
+  EXPECT_EQ(vm::order_check_graph(-1, g.xadj.data(), g.adj.data(), 0, nullptr),
+            vm::kOrderBadArgument);
+  EXPECT_EQ(vm::order_check_graph(0, nullptr, nullptr, 1, nullptr), vm::kOrderOk);
+
+  Graph bad = g;
+  bad.xadj[0] = 0;
+  EXPECT_EQ(vm::order_check_graph(bad.n, bad.xadj.data(), bad.adj.data(), 0, nullptr),
+            vm::kOrderBadArgument);
+  bad = g;
+  std::swap(bad.xadj[3], bad.xadj[4]);
+  EXPECT_EQ(vm::order_check_graph(bad.n, bad.xadj.data(), bad.adj.data(), 0, nullptr),
+            vm::kOrderBadArgument);
+  bad = g;
+  bad.adj[5] = g.n + 1;
+  EXPECT_EQ(vm::order_check_graph(bad.n, bad.xadj.data(), bad.adj.data(), 0, nullptr),
+            vm::kOrderBadArgument);
+  bad = g;
+  bad.adj[5] = 0;
+  EXPECT_EQ(vm::order_check_graph(bad.n, bad.xadj.data(), bad.adj.data(), 0, nullptr),
+            vm::kOrderBadArgument);
+
+  // Redirect one entry: row 1 names a node that does not name it back.
+  Graph asym = g;
+  asym.adj[0] = 16;
+  EXPECT_EQ(vm::order_check_graph(asym.n, asym.xadj.data(), asym.adj.data(), 1, work.data()),
+            vm::kOrderNotSymmetric);
+
+  // Repetitions and self loops do not break symmetry.
+  Graph loops;
+  loops.n = 3;
+  loops.xadj = {1, 4, 6, 7};
+  loops.adj = {1, 2, 2, 1, 1, 3};  // 1: {1,2,2}  2: {1,1}  3: {3}
+  std::vector<int> w3(static_cast<std::size_t>(vm::order_check_graph_work_size(3, 6)));
+  EXPECT_EQ(vm::order_check_graph(3, loops.xadj.data(), loops.adj.data(), 1, w3.data()),
+            vm::kOrderOk);
+}
+
+// ---------------------------------------------------------------- multiple minimum degree
+
+TEST(Mmd, GridsFarBelowNaturalFill) {
+  for (const Graph &g : {grid2d(40, 40), grid2d(53, 17), grid3d(12, 12, 12), grid3d(9, 14, 6)}) {
+    const Ordering o = run_mmd(g);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    const int64_t fill = fill_count(g, o.perm, o.invp);
+    const int64_t natural = natural_fill(g);
+    EXPECT_LT(fill * 2, natural) << "n " << g.n << " mmd " << fill << " natural " << natural;
+  }
+}
+
+TEST(Mmd, CloseToAmdOn3dGrid) {
+  const Graph g = grid3d(20, 20, 20);
+  const Ordering m = run_mmd(g);
+  const Ordering a = run_amd(g);
+  ASSERT_EQ(m.status, vm::kOrderOk);
+  ASSERT_EQ(a.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, m.perm, m.invp));
+  const int64_t fm = fill_count(g, m.perm, m.invp);
+  const int64_t fa = fill_count(g, a.perm, a.invp);
+  std::printf("3D grid 20^3: nnz(L) mmd %lld amd %lld natural %lld\n", static_cast<long long>(fm),
+              static_cast<long long>(fa), static_cast<long long>(natural_fill(g)));
+  EXPECT_LT(static_cast<double>(fm), 1.3 * static_cast<double>(fa));
+}
+
+TEST(Mmd, CloseToAmdOn2dGrids) {
+  for (const Graph &g : {grid2d(60, 60), grid2d(31, 97)}) {
+    const Ordering m = run_mmd(g);
+    const Ordering a = run_amd(g);
+    ASSERT_EQ(m.status, vm::kOrderOk);
+    const int64_t fm = fill_count(g, m.perm, m.invp);
+    const int64_t fa = fill_count(g, a.perm, a.invp);
+    EXPECT_LT(static_cast<double>(fm), 1.3 * static_cast<double>(fa)) << fm << " vs " << fa;
+  }
+}
+
+TEST(Mmd, TreesGetNoFill) {
+  // A minimum degree node of a forest is a leaf or isolated: no fill ever.
+  std::vector<Graph> trees = {path(300), star(500, 0), star(500, 250), star(77, 76)};
+  for (unsigned seed = 1; seed <= 6; ++seed) trees.push_back(random_tree(400, seed));
+  for (const Graph &g : trees) {
+    const Ordering o = run_mmd(g);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    EXPECT_EQ(fill_count(g, o.perm, o.invp), g.n + g.nadj() / 2);
+  }
+}
+
+TEST(Mmd, StarCentreLast) {
+  const Graph g = star(1000, 123);
+  const Ordering o = run_mmd(g);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_GE(o.invp[123], g.n - 1);  // the centre ends up with the last leaf
+}
+
+TEST(Mmd, RandomPatternsAgainstExplicitElimination) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    const int n = 40 + 23 * static_cast<int>(seed);
+    const Graph g = random_graph(n, n * (1 + static_cast<int>(seed % 4)), seed);
+    const Ordering o = run_mmd(g);
+    ASSERT_EQ(o.status, vm::kOrderOk) << seed;
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp)) << seed;
+    const int64_t fill = fill_count(g, o.perm, o.invp);
+    EXPECT_EQ(fill, fill_by_elimination(g, o.perm)) << seed;
+    const Ordering a = run_amd(g);
+    EXPECT_LT(static_cast<double>(fill), 1.5 * static_cast<double>(fill_count(g, a.perm, a.invp)))
+        << seed;
+  }
+}
+
+TEST(Mmd, LargeRandomPattern) {
+  const Graph g = random_graph(20000, 60000, 99);
+  const Ordering o = run_mmd(g);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+}
+
+TEST(Mmd, IslandsSmallAndEmptyGraphs) {
+  const Graph g = islands();
+  Ordering o = run_mmd(g);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+  // the only fill can come from the grid; the clique is already full
+  const Ordering a = run_amd(g);
+  EXPECT_LE(fill_count(g, o.perm, o.invp), fill_count(g, a.perm, a.invp) + 10);
+
+  const Graph one = from_edges(1, {});
+  o = run_mmd(one);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_EQ(o.perm, std::vector<int>{1});
+  EXPECT_EQ(o.invp, std::vector<int>{1});
+
+  const Graph two = from_edges(2, {{0, 1}});
+  o = run_mmd(two);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_TRUE(is_inverse_pair(2, o.perm, o.invp));
+
+  const Graph edgeless = from_edges(50, {});
+  o = run_mmd(edgeless);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_TRUE(is_inverse_pair(50, o.perm, o.invp));
+
+  Graph none;
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(0, none.xadj.data(), nullptr, nullptr, nullptr, nullptr, 0),
+            vm::kOrderOk);
+}
+
+TEST(Mmd, RepeatedEntriesAndSelfLoopsIgnored) {
+  const Graph g = grid2d(9, 8);
+  Graph noisy = g;
+  noisy.adj.clear();
+  noisy.xadj.assign(1, 1);
+  for (int v = 0; v < g.n; ++v) {
+    noisy.adj.push_back(v + 1);  // self loop
+    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
+      noisy.adj.push_back(g.adj[q]);
+      if (q % 3 == 0) noisy.adj.push_back(g.adj[q]);  // repetition
+    }
+    noisy.xadj.push_back(static_cast<int>(noisy.adj.size()) + 1);
+  }
+  const Ordering clean = run_mmd(g);
+  const Ordering o = run_mmd(noisy);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_EQ(o.perm, clean.perm);
+}
+
+TEST(Mmd, Deterministic) {
+  const Graph g = grid3d(10, 9, 8);
+  EXPECT_EQ(run_mmd(g).perm, run_mmd(g).perm);
+}
+
+TEST(Mmd, ReportsBadInput) {
+  const Graph g = grid2d(6, 6);
+  std::vector<int> perm(g.n);
+  std::vector<int> invp(g.n);
+  const int64_t lw = vm::order_mmd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
+                                  work.data(), lw - 1),
+            vm::kOrderShortWork);
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(-3, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
+                                  work.data(), lw),
+            vm::kOrderBadArgument);
+  Graph asym = g;
+  asym.adj[0] = g.n;
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(asym.n, asym.xadj.data(), asym.adj.data(), perm.data(),
+                                  invp.data(), work.data(), lw),
+            vm::kOrderNotSymmetric);
+  Graph range = g;
+  range.adj[3] = g.n + 5;
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(range.n, range.xadj.data(), range.adj.data(), perm.data(),
+                                  invp.data(), work.data(), lw),
+            vm::kOrderBadArgument);
+}
+
+TEST(Mmd, BarredNodesLast) {
+  // Bar the middle column of a grid: both halves come first, the column last.
+  const int nx = 21;
+  const int ny = 15;
+  const Graph g = grid2d(nx, ny);
+  std::vector<int> barred(g.n, 0);
+  std::vector<int> column;
+  for (int y = 0; y < ny; ++y) {
+    barred[10 + nx * y] = 1;
+    column.push_back(10 + nx * y);
+  }
+  const Ordering natural_tail = run_barred(g, barred, 0);
+  ASSERT_EQ(natural_tail.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, natural_tail.perm, natural_tail.invp));
+  expect_tail(natural_tail, column, true);
+
+  const Ordering md_tail = run_barred(g, barred, 1);
+  ASSERT_EQ(md_tail.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, md_tail.perm, md_tail.invp));
+  expect_tail(md_tail, column, false);
+  // Minimum degree on the column's elimination graph beats natural order
+  // or ties with it; both stay far below the natural order of the grid.
+  const int64_t f0 = fill_count(g, natural_tail.perm, natural_tail.invp);
+  const int64_t f1 = fill_count(g, md_tail.perm, md_tail.invp);
+  EXPECT_LE(f1, f0);
+  EXPECT_LT(f0 * 2, natural_fill(g));
+
+  // A scattered barred set, some nodes adjacent to each other.
+  std::vector<int> scattered(g.n, 0);
+  std::vector<int> chosen;
+  for (int v = 0; v < g.n; v += 7) {
+    scattered[v] = 1;
+    chosen.push_back(v);
+  }
+  for (int order_barred = 0; order_barred <= 1; ++order_barred) {
+    const Ordering o = run_barred(g, scattered, order_barred);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    expect_tail(o, chosen, order_barred == 0);
+  }
+
+  // Everything barred: natural order, or plain minimum degree.
+  std::vector<int> all(g.n, 1);
+  const Ordering none_free = run_barred(g, all, 0);
+  ASSERT_EQ(none_free.status, vm::kOrderOk);
+  EXPECT_EQ(none_free.perm, identity_order(g.n));
+  const Ordering md_all = run_barred(g, all, 1);
+  ASSERT_EQ(md_all.status, vm::kOrderOk);
+  EXPECT_EQ(md_all.perm, run_mmd(g).perm);
+}
+
+// ---------------------------------------------------------------- constrained minimum degree
+
+TEST(Cmd, SeparatorLastBothModes) {
+  for (const Graph &g : {grid2d(30, 30), grid3d(10, 10, 10), random_graph(800, 2400, 4)}) {
+    const std::vector<int> sep = metis_separator(g);
+    ASSERT_FALSE(sep.empty());
+    const int64_t natural = natural_fill(g);
+    int64_t fills[2] = {0, 0};
+    for (int flag = 0; flag <= 1; ++flag) {
+      const Ordering o = run_cmd(g, flag);
+      ASSERT_EQ(o.status, vm::kOrderOk);
+      ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+      expect_tail(o, sep, flag == 0);
+      fills[flag] = fill_count(g, o.perm, o.invp);
+    }
+    EXPECT_LE(fills[1], fills[0]);
+    if (g.n == 900 || g.n == 1000) {
+      EXPECT_LT(fills[1] * 2, natural) << g.n;
+    }
+  }
+}
+
+TEST(Cmd, SpecialGraphs) {
+  std::vector<Graph> graphs = {
+      islands(),         star(300, 5),      path(200), from_edges(1, {}), from_edges(2, {{0, 1}}),
+      from_edges(3, {}), from_edges(40, {})};
+  for (const Graph &g : graphs) {
+    for (int flag = 0; flag <= 1; ++flag) {
+      const Ordering o = run_cmd(g, flag);
+      ASSERT_EQ(o.status, vm::kOrderOk) << g.n;
+      ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp)) << g.n;
+    }
+  }
+  // A path split by one node: no fill with either mode.
+  const Graph p = path(200);
+  for (int flag = 0; flag <= 1; ++flag) {
+    const Ordering o = run_cmd(p, flag);
+    EXPECT_EQ(fill_count(p, o.perm, o.invp), 200 + 199);
+  }
+}
+
+TEST(Cmd, ReportsBadInput) {
+  const Graph g = grid2d(6, 6);
+  std::vector<int> perm(g.n);
+  std::vector<int> invp(g.n);
+  const int64_t lw = vm::order_cmd_work_size(g.n, g.nadj());
+  std::vector<int> work(static_cast<std::size_t>(lw));
+  EXPECT_EQ(vm::ORDER_CMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), 1, perm.data(), invp.data(),
+                                  work.data(), lw - 1),
+            vm::kOrderShortWork);
+  Graph asym = g;
+  asym.adj[0] = g.n;
+  EXPECT_EQ(vm::ORDER_CMD_VELMORA(asym.n, asym.xadj.data(), asym.adj.data(), 1, perm.data(),
+                                  invp.data(), work.data(), lw),
+            vm::kOrderNotSymmetric);
+}
+
+// ---------------------------------------------------------------- METIS 5 nested dissection
+
+TEST(Metis5, OneDomainWholeGraph) {
+  for (const Graph &g : {grid2d(40, 40), grid3d(12, 12, 12)}) {
+    const Ordering o = run_metis(g, 1);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    EXPECT_EQ(o.ndom, 1);
+    EXPECT_EQ(o.domains, (std::vector<int>{1, g.n}));
+    EXPECT_LT(fill_count(g, o.perm, o.invp) * 2, natural_fill(g));
+  }
+}
+
+TEST(Metis5, DomainsOnGrids) {
+  for (const Graph &g : {grid2d(40, 40), grid2d(71, 13), grid3d(12, 12, 12)}) {
+    for (int target : {2, 4, 8}) {
+      for (const int *opts : {static_cast<const int *>(nullptr), kDenseOptions}) {
+        const Ordering o = run_metis(g, target, opts);
+        ASSERT_EQ(o.status, vm::kOrderOk);
+        ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+        EXPECT_EQ(o.ndom, target) << g.n;
+        expect_domains(g, o, target);
+        EXPECT_LT(fill_count(g, o.perm, o.invp) * 2, natural_fill(g));
+      }
+    }
+  }
+}
+
+TEST(Metis5, DomainsOnIrregularGraphs) {
+  std::vector<Graph> graphs = {
+      islands(), random_graph(600, 1500, 8), random_graph(500, 200, 9), star(200, 17),
+      path(100), from_edges(30, {})};
+  for (const Graph &g : graphs) {
+    for (int target : {1, 2, 4}) {
+      const Ordering o = run_metis(g, target);
+      ASSERT_EQ(o.status, vm::kOrderOk) << g.n;
+      ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp)) << g.n;
+      expect_domains(g, o, target);
+    }
+  }
+}
+
+TEST(Metis5, TinyGraphs) {
+  Ordering o = run_metis(from_edges(1, {}), 1);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_EQ(o.perm, std::vector<int>{1});
+  EXPECT_EQ(o.ndom, 1);
+  EXPECT_EQ(o.domains, (std::vector<int>{1, 1}));
+
+  const Graph two = from_edges(2, {{0, 1}});
+  o = run_metis(two, 2);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(2, o.perm, o.invp));
+  expect_domains(two, o, 2);
+
+  const Graph pair_apart = from_edges(2, {});
+  o = run_metis(pair_apart, 2);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  EXPECT_EQ(o.ndom, 2);
+  EXPECT_EQ(o.domains, (std::vector<int>{1, 1, 2, 2}));
+
+  const Graph tri = from_edges(3, {{0, 1}, {1, 2}});
+  o = run_metis(tri, 2);
+  ASSERT_EQ(o.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(3, o.perm, o.invp));
+  expect_domains(tri, o, 2);
+
+  Graph none;
+  int domains[2] = {5, 5};
+  int ndom = 3;
+  EXPECT_EQ(vm::ORDER_METIS5_VELMORA(0, none.xadj.data(), nullptr, nullptr, 1, nullptr, nullptr,
+                                     domains, &ndom),
+            vm::kOrderOk);
+  EXPECT_EQ(ndom, 0);
+  EXPECT_EQ(domains[0], -1);
+}
+
+TEST(Metis5, DenseNodesOrderedLast) {
+  // A grid plus one node joined to every grid node: with the dense options
+  // the hub is pruned and ordered last, outside every domain.
+  const int nx = 20;
+  std::vector<Edge> e;
+  const Graph base = grid2d(nx, nx);
+  for (int v = 0; v < base.n; ++v) {
+    for (int q = base.xadj[v] - 1; q < base.xadj[v + 1] - 1; ++q)
+      e.emplace_back(v, base.adj[q] - 1);
+    e.emplace_back(v, base.n);
+  }
+  const Graph g = from_edges(base.n + 1, e);
+  int options[8];
+  vm::metis_options_for_route2(g.n, g.xadj.data(), options);
+  EXPECT_EQ(std::vector<int>(options, options + 8),
+            std::vector<int>(kDenseOptions, kDenseOptions + 8));
+  for (int target : {1, 4}) {
+    const Ordering o = run_metis(g, target, options);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    EXPECT_EQ(o.perm[g.n - 1], g.n) << target;
+    expect_domains(g, o, target);
+  }
+}
+
+TEST(Metis5, RejectsBadArguments) {
+  const Graph g = grid2d(5, 5);
+  EXPECT_EQ(run_metis(g, 3).status, vm::kOrderBadArgument);
+  EXPECT_EQ(run_metis(g, 0).status, vm::kOrderBadArgument);
+  EXPECT_EQ(run_metis(g, 32).status, vm::kOrderBadArgument);
+  Graph asym = g;
+  asym.adj[0] = g.n;
+  const Ordering o = run_metis(asym, 2);
+  EXPECT_EQ(o.status, vm::kOrderNotSymmetric);
+  EXPECT_EQ(o.ndom, 0);
+  EXPECT_EQ(o.domains, (std::vector<int>{-1, -1, -1, -1}));
+}
+
+TEST(Metis5, RouteTwoOptionsThreshold) {
+  // n = 80: a row of 10 = n/8 entries selects the dense options, 9 does not.
+  for (int width : {9, 10}) {
+    std::vector<Edge> e;
+    for (int k = 1; k <= width; ++k) e.emplace_back(0, k);
+    for (int i = width + 1; i + 1 < 80; ++i) e.emplace_back(i, i + 1);
+    const Graph g = from_edges(80, e);
+    int options[8];
+    vm::metis_options_for_route2(g.n, g.xadj.data(), options);
+    const std::vector<int> got(options, options + 8);
+    if (width == 10) {
+      EXPECT_EQ(got, std::vector<int>(kDenseOptions, kDenseOptions + 8));
+    } else {
+      EXPECT_EQ(got, std::vector<int>(8, 0));
+    }
+  }
+}
+
+// ---------------------------------------------------------------- AMD
+
+TEST(Amd, GridsAndSpecialGraphs) {
+  std::vector<Graph> graphs = {grid2d(40, 40), grid3d(12, 12, 12), islands(),         star(400, 3),
+                               path(100),      from_edges(1, {}),  from_edges(25, {})};
+  for (const Graph &g : graphs) {
+    const Ordering o = run_amd(g);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    if (g.n == 1600 || g.n == 1728) {
+      EXPECT_LT(fill_count(g, o.perm, o.invp) * 2, natural_fill(g));
+    }
+  }
+  std::vector<int> perm(4);
+  std::vector<int> invp(4);
+  const Graph g = path(4);
+  std::vector<int> work(static_cast<std::size_t>(vm::order_amd_work_size(4, g.nadj())));
+  EXPECT_EQ(vm::ORDER_AMD_VELMORA(4, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
+                                  work.data(), static_cast<int64_t>(work.size()) - 1),
+            vm::kOrderShortWork);
+}
+
+// ---------------------------------------------------------------- shared matrices
+
+class Matrices : public ::testing::TestWithParam<const char *> {};
+
+TEST_P(Matrices, EveryOrdering) {
+  const Graph g = read_matrix_market(GetParam());
+  ASSERT_GT(g.n, 0);
+  const int64_t natural = natural_fill(g);
+
+  const Ordering amd = run_amd(g);
+  ASSERT_EQ(amd.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, amd.perm, amd.invp));
+  const int64_t famd = fill_count(g, amd.perm, amd.invp);
+
+  const Ordering mmd = run_mmd(g);
+  ASSERT_EQ(mmd.status, vm::kOrderOk);
+  ASSERT_TRUE(is_inverse_pair(g.n, mmd.perm, mmd.invp));
+  const int64_t fmmd = fill_count(g, mmd.perm, mmd.invp);
+  EXPECT_LT(static_cast<double>(fmmd), 1.3 * static_cast<double>(famd));
+
+  int64_t fcmd[2] = {0, 0};
+  for (int flag = 0; flag <= 1; ++flag) {
+    const Ordering o = run_cmd(g, flag);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    fcmd[flag] = fill_count(g, o.perm, o.invp);
+  }
+
+  int64_t fmetis[3] = {0, 0, 0};
+  const int targets[3] = {1, 2, 4};
+  for (int t = 0; t < 3; ++t) {
+    const Ordering o = run_metis(g, targets[t]);
+    ASSERT_EQ(o.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
+    expect_domains(g, o, targets[t]);
+    fmetis[t] = fill_count(g, o.perm, o.invp);
+  }
+  std::printf(
+      "%-12s n %5d  nnz(L): natural %8lld amd %7lld mmd %7lld cmd0 %7lld cmd1 %7lld "
+      "metis1 %7lld metis2 %7lld metis4 %7lld\n",
+      GetParam(), g.n, static_cast<long long>(natural), static_cast<long long>(famd),
+      static_cast<long long>(fmmd), static_cast<long long>(fcmd[0]),
+      static_cast<long long>(fcmd[1]), static_cast<long long>(fmetis[0]),
+      static_cast<long long>(fmetis[1]), static_cast<long long>(fmetis[2]));
+}
+
+INSTANTIATE_TEST_SUITE_P(Shared, Matrices,
+                         ::testing::Values("bcsstk13.mtx", "494_bus.mtx", "dwt_992.mtx",
+                                           "jagmesh7.mtx", "west0479.mtx"),
+                         [](const ::testing::TestParamInfo<const char *> &param_info) {
+                           std::string name = param_info.param;
+                           name = name.substr(0, name.find('.'));
+                           for (char &ch : name) {
+                             if (ch == '-') ch = '_';
+                           }
+                           return "m" + name;
+                         });
+
+}  // namespace
