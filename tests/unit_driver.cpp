@@ -79,7 +79,7 @@ TEST_F(AllocationFailure, FactorTableKeepsControlBlockUntilRelease) {
 TEST_F(AllocationFailure, EveryCountOfFailuresLeavesNoLeak) {
   // Runs the same sequence with the k-th allocation failing, for every k
   // up to one past the number of allocations the sequence makes.
-  for (int k = 1; k <= 4; ++k) {
+  for (int k = 1; k <= 12; ++k) {
     Tridiagonal t;
     vm::testing::fail_allocation_after(k);
     t.call(11, 0);
@@ -96,14 +96,17 @@ TEST_F(AllocationFailure, EveryCountOfFailuresLeavesNoLeak) {
   }
 }
 
-TEST(ControlBlock, ResetKeepsTableSizeAndSentinels) {
+TEST(ControlBlock, AnalysisKeepsOnlyTheSymbolicBlock) {
   Tridiagonal t;
   t.maxfct = 2;
-  EXPECT_NE(t.call(11, 0), 0);  // analysis is refused, the handle stays
+  EXPECT_EQ(t.call(11, 0), 0);
   auto *cb = vm::control_of(t.pt.data());
   ASSERT_NE(cb, nullptr);
   EXPECT_EQ(cb->factor_rows, 2);
-  for (auto word : cb->offsets) EXPECT_EQ(word, vm::kSentinel);
+  EXPECT_NE(t.pt[vm::kPtSymbolic - 1], nullptr);
+  for (int slot : {vm::kPtOrderInt, vm::kPtOrderA, vm::kPtSymbolicWork, vm::kPtOrderB})
+    EXPECT_EQ(t.pt[slot - 1], nullptr) << slot;
+  EXPECT_EQ(cb->offsets[vm::kOffsetWords - 1], vm::kSentinel);  // never carved
   auto *row = vm::factor_row(t.pt.data(), 2);
   EXPECT_EQ(row[0], 0);
   EXPECT_EQ(row[1], vm::kSentinel);
@@ -112,6 +115,12 @@ TEST(ControlBlock, ResetKeepsTableSizeAndSentinels) {
   EXPECT_EQ(cb->s.panel_size, 80);
   EXPECT_EQ(cb->s.symmetric_pattern, 1);
   EXPECT_DOUBLE_EQ(vm::rctl(cb, vm::kRctlHybridTol), 1e-12);
+  // A tridiagonal matrix of order 4 is one chain: its factor has 7 entries
+  // in the columns of L, or more in rectangular supernode panels.
+  EXPECT_GE(t.iparm[17], 7);
+  EXPECT_GT(t.iparm[14], 0);
+  EXPECT_GT(t.iparm[15], 0);
+  EXPECT_LE(t.iparm[15], t.iparm[14]);
   EXPECT_EQ(t.call(-1, 0), 0);
 }
 

@@ -114,6 +114,19 @@ struct ControlState {
   std::int64_t nnz_l;
   std::int64_t nnz_u;
   std::int64_t stack_size;
+  // Results of analysis.
+  std::int32_t ndom;          // domains below the top pair
+  std::int32_t domain_width;  // largest domain, in columns
+  std::int32_t target_domains;
+  std::int32_t marked_rows;  // rows of a partial solve
+  std::int32_t first_root;   // first root of the supernodal tree
+  std::int32_t nadj;         // entries of the adjacency graph
+  std::int64_t nsub;         // length of lindx
+  std::int64_t tmpsiz;       // entries of the dense update buffer
+  std::int64_t lnz_peak;     // largest lnz of one domain
+  std::int64_t unz_peak;
+  std::int64_t symbolic_bytes;  // size of the symbolic block pt(8)
+  double flops;                 // of one numeric factorization
 };
 
 // rctl slots (one-based).
@@ -125,6 +138,68 @@ enum RctlSlot : int {
   kRctlLogDet1 = 17,
   kRctlLogDet2 = 18,
   kRctlTimers = 21,  // kTimers timers from here on
+};
+
+// Timers of the report, in its order.
+enum Timer : int {
+  kTimeFullAdj = 0,
+  kTimeReorder,
+  kTimeSymbFct,
+  kTimeParList,
+  kTimeAtoLU,
+  kTimeNumFct,
+  kTimeSolve,
+  kTimeCgs,
+  kTimeMalloc,
+  kTimeTotal,
+};
+
+// Arrays carved from the handle's groups; cb->offsets[k] holds the byte
+// offset of array k inside its group (the sentinel while it has none).
+enum CarvedArray : int {
+  // the symbolic factor, pt(8)
+  kSymPerm = 0,
+  kSymInvp,
+  kSymXsuper,
+  kSymSnode,
+  kSymParent,
+  kSymColcnt,
+  kSymSparent,
+  kSymFirstChild,
+  kSymNextSibling,
+  kSymTasklist,
+  kSymUpdFirst,
+  kSymUpdNext,
+  kSymNmod,
+  kSymDomains,
+  kSymXlindx,
+  kSymLindx,
+  kSymXlnz,
+  kSymXunz,
+  kSymCount,
+  // ordering block, pt(5)
+  kOrdXadj = 40,
+  kOrdAdjncy,
+  kOrdPerm,
+  kOrdInvp,
+  kOrdDomains,
+  kOrdColcnt,
+  kOrdSnode,
+  kOrdXsuper,
+  kOrdParent,
+  // symbolic workspace, pt(7)
+  kS2Sparent = 60,
+  kS2FirstChild,
+  kS2NextSibling,
+  kS2Tasklist,
+  kS2UpdFirst,
+  kS2UpdNext,
+  kS2Nmod,
+  kS2Xlindx,
+  kS2Lindx,
+  kS2Xlnz,
+  kS2Xunz,
+  kS2Work,
 };
 
 struct ControlBlock {
@@ -145,6 +220,12 @@ static_assert(sizeof(ControlBlock) <= kControlBlockBytes, "control block outgrew
 
 inline double &rctl(ControlBlock *cb, int k) {
   return cb->rctl[k - 1];
+}
+
+// Array `k` carved from the group in handle slot `slot`.
+template <class T>
+T *carved(void **pt, const ControlBlock *cb, int slot, int k) {
+  return reinterpret_cast<T *>(static_cast<char *>(pt[slot - 1]) + cb->offsets[k]);
 }
 
 // Everything the caller passed to one call of `velmora`, by address.

@@ -8,11 +8,6 @@ namespace vm {
 
 namespace {
 
-// Requests beyond this are refused before they reach the allocator: no
-// shared-memory machine holds 2^46 bytes, and sizes computed from corrupt
-// input must not overflow further arithmetic.
-constexpr std::int64_t kMaxGroupBytes = std::int64_t{1} << 46;
-
 int g_fail_countdown = 0;
 
 bool injected_failure() {
@@ -20,11 +15,16 @@ bool injected_failure() {
   return --g_fail_countdown == 0;
 }
 
+// Each allocation counts its kilobytes rounded down, plus one.
 std::int64_t kilobytes(std::int64_t bytes) {
-  return (bytes + 1023) / 1024;
+  return bytes / 1024 + 1;
 }
 
 }  // namespace
+
+std::int64_t group_kilobytes(std::int64_t bytes) {
+  return kilobytes(bytes);
+}
 
 const char *group_name(int code) {
   static const char *const kNames[] = {"BASIC",    "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0",

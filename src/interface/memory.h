@@ -31,6 +31,15 @@ int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code);
 // or nothing, then set to 0.
 void group_release(void **slot);
 
+// Kilobytes a group of `bytes` counts for in the memory figures.  Requests
+// beyond kMaxGroupBytes are refused before they reach the allocator: no
+// shared-memory machine holds 2^46 bytes, and sizes computed from corrupt
+// input must not overflow further arithmetic.
+std::int64_t group_kilobytes(std::int64_t bytes);
+
+// Largest request a group accepts; larger sizes fail with the group's code.
+constexpr std::int64_t kMaxGroupBytes = std::int64_t{1} << 46;
+
 namespace testing {
 // Makes the k-th group allocation from now on fail (k >= 1); 0 disarms.
 void fail_allocation_after(int k);

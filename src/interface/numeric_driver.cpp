@@ -1,17 +1,275 @@
-// numeric_driver.cpp - dispatch of the stages of analysis and numeric work.
+// numeric_driver.cpp - the stages of one call: ordering (1), symbolic
+// factorization (2), sizing (3), numeric work (4).
 //
-// The stages of analysis (ordering, symbolic factorization, sizing) and of
-// numeric work are not part of this build yet: every stage reports failure,
-// so a matrix that is not diagonal is refused cleanly instead of reaching
-// code that does not exist.
+// The driver keeps nothing between stages but what it writes into the
+// handle: array positions as offsets in the control block, counts in its
+// fields.  Numeric work (stage 4) is not part of this build yet and
+// reports failure.
 #include "interface/numeric_driver.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "analysis/ladj_mod.h"
+#include "analysis/reorder1.h"
+#include "analysis/symbolic.h"
+#include "interface/memory.h"
+#include "interface/report_error.h"
 
 namespace vm {
 
+namespace {
+
+// Lays arrays one after another, each on an 8-byte boundary.
+class Layout {
+ public:
+  explicit Layout(ControlBlock *cb) : cb_(cb) {}
+  void add(int array, std::int64_t count, int width) {
+    bytes_ = (bytes_ + 7) / 8 * 8;
+    cb_->offsets[array] = static_cast<std::intptr_t>(bytes_);
+    if (count < 0 || count > kMaxGroupBytes / 8) overflow_ = true;
+    if (!overflow_) bytes_ += count * width;
+  }
+  std::int64_t bytes() const { return overflow_ ? -1 : bytes_ + 8; }
+
+ private:
+  ControlBlock *cb_;
+  std::int64_t bytes_ = 0;
+  bool overflow_ = false;
+};
+
+bool stores_u(int mtype) {
+  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
+}
+bool indefinite(int mtype) {
+  return mtype < 0 || mtype == 6;
+}
+
+// The first `domain pairs` the ordering may deliver, with room to close.
+std::int64_t domain_ints(const ControlBlock *cb) {
+  return 2 * (std::int64_t{cb->s.target_domains} + 2);
+}
+
+// A pattern whose row pointers do not start at 1, decrease, or end
+// elsewhere than at the count of entries would lead every stage outside
+// its arrays; it is refused.
+bool row_pointers_sound(int n, const int *ia, int nnz) {
+  if (ia[0] != 1 || ia[n] - 1 != nnz) return false;
+  for (int i = 0; i < n; ++i)
+    if (ia[i + 1] < ia[i]) return false;
+  return true;
+}
+
+constexpr int kBadRowPointers = -12;
+
+int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
+  void **pt = c.pt;
+  const int n = *c.n;
+  if (!row_pointers_sound(n, c.ia, cb->s.nnz)) {
+    *stage = -3;
+    return kBadRowPointers;
+  }
+  Reorder1Arrays a{};
+  a.xadj = carved<int>(pt, cb, kPtOrderInt, kOrdXadj);
+  a.adjncy = carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy);
+  a.perm = carved<int>(pt, cb, kPtOrderInt, kOrdPerm);
+  a.invp = carved<int>(pt, cb, kPtOrderInt, kOrdInvp);
+  a.domains = carved<int>(pt, cb, kPtOrderInt, kOrdDomains);
+  a.colcnt = carved<int>(pt, cb, kPtOrderInt, kOrdColcnt);
+  a.snode = carved<int>(pt, cb, kPtOrderInt, kOrdSnode);
+  a.xsuper = carved<int>(pt, cb, kPtOrderInt, kOrdXsuper);
+  a.parent = carved<int>(pt, cb, kPtOrderInt, kOrdParent);
+  a.work = static_cast<int *>(pt_slot(pt, kPtOrderA));
+  a.lwork = reorder1_work_size(cb->s.ordering, n, ladj_mod_capacity(n, c.ia));
+  for (std::int64_t k = 0; k < domain_ints(cb); ++k) a.domains[k] = -1;
+  // The row permutation of a matching; none is computed yet, so rows keep
+  // their places.
+  const int *rowmap = nullptr;
+  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, c.perm, c.perm, cb, a);
+  if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
+  return status;
+}
+
+int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
+  void **pt = c.pt;
+  ControlState &s = cb->s;
+  const int n = *c.n;
+  const int unsym = stores_u(s.mtype) ? 1 : 0;
+  SymbolicCounts counts{};
+  const int status = REORDER2_VELMORA(
+      n, s.nsuper, carved<int>(pt, cb, kPtOrderInt, kOrdXadj),
+      carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy), carved<int>(pt, cb, kPtOrderInt, kOrdPerm),
+      carved<int>(pt, cb, kPtOrderInt, kOrdInvp), carved<int>(pt, cb, kPtOrderInt, kOrdXsuper),
+      carved<int>(pt, cb, kPtOrderInt, kOrdSnode), carved<int>(pt, cb, kPtOrderInt, kOrdColcnt),
+      s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym, indefinite(s.mtype) ? 1 : 0,
+      kMaxGroupBytes / 16, kMaxGroupBytes / 16, s.nsub,
+      carved<int>(pt, cb, kPtOrderInt, kOrdParent),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2Sparent),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2FirstChild),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2NextSibling),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2Tasklist),
+      carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2Lindx),
+      carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz),
+      unsym ? carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz) : nullptr,
+      carved<int>(pt, cb, kPtSymbolicWork, kS2UpdFirst),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2UpdNext),
+      carved<int>(pt, cb, kPtSymbolicWork, kS2Nmod), &counts,
+      carved<int>(pt, cb, kPtSymbolicWork, kS2Work));
+  if (status != 0) {
+    *stage = -3;
+    return status;
+  }
+  s.nnz_l = counts.nnzl;
+  s.nnz_u = counts.nnzu;
+  s.nsub = counts.nsub;
+  s.lnz_peak = counts.lnz_peak;
+  s.unz_peak = counts.unz_peak;
+  s.tmpsiz = counts.tmpsiz;
+  s.first_root = counts.first_root;
+  s.max_supernode = std::max(s.max_supernode, counts.max_width);
+  s.flops = factor_flops(n, s.nsuper, carved<int>(pt, cb, kPtOrderInt, kOrdXsuper),
+                         carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx), unsym);
+  // iparm(5) below 0: the caller receives the ordering.
+  if (s.perm_mode < 0 && c.perm)
+    std::memcpy(c.perm, carved<int>(pt, cb, kPtOrderInt, kOrdPerm), sizeof(int) * n);
+  return 0;
+}
+
+template <class T>
+void copy_array(void **pt, ControlBlock *cb, int from_slot, int from, int to, std::int64_t count) {
+  std::memcpy(carved<T>(pt, cb, kPtSymbolic, to), carved<T>(pt, cb, from_slot, from),
+              sizeof(T) * static_cast<std::size_t>(count));
+}
+
+// Stage 3: the symbolic factor moves into its own block, the counts go to
+// iparm.
+int stage_sizing(const CallArgs &c, ControlBlock *cb) {
+  void **pt = c.pt;
+  ControlState &s = cb->s;
+  const int n = *c.n;
+  const std::int64_t nsup = s.nsuper;
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdPerm, kSymPerm, n);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdInvp, kSymInvp, n);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdXsuper, kSymXsuper, nsup + 1);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdSnode, kSymSnode, n);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdParent, kSymParent, n);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdColcnt, kSymColcnt, n);
+  copy_array<int>(pt, cb, kPtOrderInt, kOrdDomains, kSymDomains, 2 * (std::int64_t{s.ndom} + 1));
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Sparent, kSymSparent, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2FirstChild, kSymFirstChild, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2NextSibling, kSymNextSibling, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Tasklist, kSymTasklist, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2UpdFirst, kSymUpdFirst, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2UpdNext, kSymUpdNext, nsup);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Nmod, kSymNmod, nsup);
+  copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx, kSymXlindx, nsup + 1);
+  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Lindx, kSymLindx, s.nsub);
+  copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz, kSymXlnz, std::int64_t{n} + 1);
+  if (stores_u(s.mtype))
+    copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz, kSymXunz, std::int64_t{n} + 1);
+
+  int *iparm = c.iparm;
+  const std::int64_t entries = s.nnz_l + (stores_u(s.mtype) ? s.nnz_u : 0);
+  if (ip(iparm, 18) < 0)
+    ip(iparm, 18) = entries > 2147483647 ? static_cast<int>(-(entries + 1000) / 1000)
+                                         : static_cast<int>(entries);
+  const double mflop = s.flops / 1.0e6;
+  ip(iparm, 19) = mflop > 2147483647.0 ? 2147483647 : static_cast<int>(mflop);
+  // One factorization: the values of L (and U) and the update buffer.
+  const std::int64_t word = 8 * std::int64_t{s.complex_factor};
+  const std::int64_t factor_bytes = entries * word + s.tmpsiz * word + std::int64_t{n} * word;
+  s.factor_kb = static_cast<int>(std::min<std::int64_t>(group_kilobytes(factor_bytes), 2147483647));
+  return 0;
+}
+
+}  // namespace
+
+std::int64_t layout_ordering_block(const CallArgs &c, ControlBlock *cb) {
+  const int n = *c.n;
+  cb->s.target_domains = 1;
+  // The domain target is fixed before the ordering, the list sized for it.
+  std::int64_t want = std::int64_t{cb->s.nthreads > 0 ? cb->s.nthreads : 1} *
+                      std::int64_t{cb->s.nnodes > 0 ? cb->s.nnodes : 1};
+  std::int64_t target = 1;
+  while (target < want) target *= 2;
+  cb->s.target_domains = static_cast<int>(std::min<std::int64_t>(target, std::max(n, 1)));
+  Layout l(cb);
+  l.add(kOrdXadj, std::int64_t{n} + 1, 4);
+  l.add(kOrdAdjncy, ladj_mod_capacity(n, c.ia), 4);
+  l.add(kOrdPerm, n, 4);
+  l.add(kOrdInvp, n, 4);
+  l.add(kOrdDomains, domain_ints(cb), 4);
+  l.add(kOrdColcnt, n, 4);
+  l.add(kOrdSnode, n, 4);
+  l.add(kOrdXsuper, std::int64_t{n} + 1, 4);
+  l.add(kOrdParent, n, 4);
+  return l.bytes();
+}
+
+std::int64_t ordering_work_bytes(const CallArgs &c, ControlBlock *cb) {
+  const std::int64_t ints = reorder1_work_size(cb->s.ordering, *c.n, ladj_mod_capacity(*c.n, c.ia));
+  return ints < 0 || ints > kMaxGroupBytes / 4 ? -1 : 4 * ints + 8;
+}
+
+std::int64_t layout_symbolic_work(ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  const std::int64_t n = s.neqns, nsup = s.nsuper;
+  Layout l(cb);
+  l.add(kS2Sparent, nsup, 4);
+  l.add(kS2FirstChild, nsup, 4);
+  l.add(kS2NextSibling, nsup, 4);
+  l.add(kS2Tasklist, nsup, 4);
+  l.add(kS2UpdFirst, nsup, 4);
+  l.add(kS2UpdNext, nsup, 4);
+  l.add(kS2Nmod, nsup, 4);
+  l.add(kS2Xlindx, nsup + 1, 8);
+  l.add(kS2Lindx, s.nsub, 4);
+  l.add(kS2Xlnz, n + 1, 8);
+  l.add(kS2Xunz, stores_u(s.mtype) ? n + 1 : 0, 8);
+  l.add(kS2Work, reorder2_work_size(s.neqns, s.nsuper), 4);
+  return l.bytes();
+}
+
+std::int64_t layout_symbolic_block(ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  const std::int64_t n = s.neqns, nsup = s.nsuper;
+  Layout l(cb);
+  l.add(kSymPerm, n, 4);
+  l.add(kSymInvp, n, 4);
+  l.add(kSymXsuper, nsup + 1, 4);
+  l.add(kSymSnode, n, 4);
+  l.add(kSymParent, n, 4);
+  l.add(kSymColcnt, n, 4);
+  l.add(kSymSparent, nsup, 4);
+  l.add(kSymFirstChild, nsup, 4);
+  l.add(kSymNextSibling, nsup, 4);
+  l.add(kSymTasklist, nsup, 4);
+  l.add(kSymUpdFirst, nsup, 4);
+  l.add(kSymUpdNext, nsup, 4);
+  l.add(kSymNmod, nsup, 4);
+  l.add(kSymDomains, 2 * (std::int64_t{s.ndom} + 1), 4);
+  l.add(kSymXlindx, nsup + 1, 8);
+  l.add(kSymLindx, s.nsub, 4);
+  l.add(kSymXlnz, n + 1, 8);
+  l.add(kSymXunz, stores_u(s.mtype) ? n + 1 : 0, 8);
+  cb->s.symbolic_bytes = l.bytes();
+  return l.bytes();
+}
+
 int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
-  const int code = -1;
-  *stage = *stage == kStageNumeric ? -4 : -3;
-  return code;
+  switch (*stage) {
+    case kStageOrdering:
+      return stage_ordering(c, cb, stage);
+    case kStageSymbolic:
+      return stage_symbolic(c, cb, stage);
+    case kStageSizing:
+      return stage_sizing(c, cb);
+    default:
+      break;
+  }
+  // Numeric factorization and solve are not part of this build.
+  return kCodeNotAvailable;
 }
 
 }  // namespace vm

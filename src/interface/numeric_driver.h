@@ -1,6 +1,13 @@
 // numeric_driver.h - one stage of analysis or numeric work.
+//
+// The phase driver allocates the groups of each stage with the sizes the
+// layout functions below return; the layout functions also record where
+// each array lies inside its group (the offsets of the control block), so
+// that a later stage or call finds the arrays again.
 #ifndef VELMORA_INTERFACE_NUMERIC_DRIVER_H
 #define VELMORA_INTERFACE_NUMERIC_DRIVER_H
+
+#include <cstdint>
 
 #include "interface/control.h"
 
@@ -9,10 +16,18 @@ namespace vm {
 // Stages handed to the numeric driver.
 enum Stage : int { kStageOrdering = 1, kStageSymbolic = 2, kStageSizing = 3, kStageNumeric = 4 };
 
+// Byte sizes of the groups of analysis; a negative size means the counts
+// overflow what the library can index.
+std::int64_t layout_ordering_block(const CallArgs &c, ControlBlock *cb);  // pt(5)
+std::int64_t ordering_work_bytes(const CallArgs &c, ControlBlock *cb);    // pt(6)
+std::int64_t layout_symbolic_work(ControlBlock *cb);                      // pt(7)
+std::int64_t layout_symbolic_block(ControlBlock *cb);                     // pt(8)
+
 // NUMERIC_DRIVER_VELMORA
-//   in:  the call c, its control block cb, *stage (1..4)
-//   out: 0, or a nonzero code of the stage; then *stage holds the negated
-//        result class for the phase driver.
+//   in:  the call c, its control block cb, *stage (1..4); the groups of the
+//        stage allocated by the phase driver
+//   out: 0, or a nonzero code of the stage; then *stage holds the negative
+//        result of the call (-3 analysis, -8 index overflow, -4 numeric).
 int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage);
 
 }  // namespace vm

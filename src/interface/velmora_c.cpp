@@ -7,6 +7,7 @@
 // and the end of the call with its counters and failure report.
 #include "interface/velmora_c.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -127,30 +128,95 @@ void reset_control(const CallArgs &c, ControlBlock *cb) {
     for (int r = 1; r <= cb->factor_rows; ++r) clear_factor_row(factor_row(c.pt, r));
 }
 
-// Analysis: stages 1 to 3 of the numeric driver.  Returns the result class
-// (0 or negative) and fills f on failure.
-int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
-  for (int stage = kStageOrdering; stage <= kStageSizing; ++stage) {
-    int st = stage;
-    const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
-    if (code != 0) {
-      f->result = code == -182 ? -8 : -3;
-      f->code = code;
-      return f->result;
-    }
+// Allocates a group for the analysis; a negative size (counts beyond what
+// the library indexes) fails like a refused allocation.
+int analysis_group(const CallArgs &c, ControlBlock *cb, int slot, std::int64_t bytes, int code,
+                   Failure *f) {
+  group_release(&pt_slot(c.pt, slot));
+  const int failed = group_alloc(cb, &pt_slot(c.pt, slot), bytes, code);
+  if (failed != 0) {
+    *f = Failure{-2, failed};
+    f->bytes = bytes;
   }
+  return failed;
+}
+
+// Runs one stage of analysis; a failure becomes result -3 (-8 for an index
+// overflow) with the stage's code.
+int analysis_stage(const CallArgs &c, ControlBlock *cb, int stage, Failure *f) {
+  int st = stage;
+  const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
+  if (code != 0) {
+    f->result = st == -8 || code == -182 ? -8 : -3;
+    f->code = code;
+  }
+  return code;
+}
+
+// The matching permutations and scaling factors of an unsymmetric matrix:
+// the identity and unit factors while no matching runs.
+int identity_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  const std::int64_t n = *c.n;
+  const std::int64_t rows = n * (std::int64_t{cb->factor_rows} + 1);
+  if (analysis_group(c, cb, kPtMatching, 4 * rows, -403, f) != 0) return -1;
+  if (analysis_group(c, cb, kPtScaling, 16 * n, -404, f) != 0) return -1;
+  int *match = static_cast<int *>(pt_slot(c.pt, kPtMatching));
+  double *scale = static_cast<double *>(pt_slot(c.pt, kPtScaling));
+  for (std::int64_t k = 0; k < rows; ++k) match[k] = static_cast<int>(k % n) + 1;
+  for (std::int64_t k = 0; k < 2 * n; ++k) scale[k] = 1.0;
+  return 0;
+}
+
+// Analysis: the groups of each stage, then stages 1 to 3 of the numeric
+// driver.  Returns the result class (0 or negative) and fills f.
+int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  ControlState &s = cb->s;
+  // Leaves of the tree for the threads: the smallest power of two at least
+  // nthreads*nnodes, at most n.
+  std::int64_t team = std::int64_t{s.nthreads} * s.nnodes, leaves = 1;
+  while (leaves < team) leaves *= 2;
+  leaves = std::min<std::int64_t>(leaves, *c.n);
+  s.stack_size = std::max<std::int64_t>(8 * leaves + 4, 16);
+
+  if (*c.mtype > 10 && identity_matching(c, cb, f) != 0) return f->result;
+
+  if (analysis_group(c, cb, kPtOrderInt, layout_ordering_block(c, cb), -400, f) != 0 ||
+      analysis_group(c, cb, kPtOrderA, ordering_work_bytes(c, cb), -600, f) != 0)
+    return f->result;
+  if (analysis_stage(c, cb, kStageOrdering, f) != 0) return f->result;
+
+  if (analysis_group(c, cb, kPtSymbolicWork, layout_symbolic_work(cb), -700, f) != 0)
+    return f->result;
+  if (analysis_stage(c, cb, kStageSymbolic, f) != 0) return f->result;
+
+  if (analysis_group(c, cb, kPtSymbolic, layout_symbolic_block(cb) + 24, -800, f) != 0)
+    return f->result;
+  if (analysis_stage(c, cb, kStageSizing, f) != 0) return f->result;
+
+  // The workspaces of analysis go; what stays is the permanent memory.
+  s.peak_kb = static_cast<int>(std::min<std::int64_t>(cb->mem_peak_kb, 2147483647));
+  for (int slot : {kPtOrderInt, kPtOrderA, kPtSymbolicWork, kPtOrderB})
+    group_release(&pt_slot(c.pt, slot));
+  std::int64_t permanent =
+      4 + std::int64_t{cb->factor_rows} * 48 / 1024 + group_kilobytes(s.symbolic_bytes + 24);
+  if (has_block(c.pt, kPtMatching))
+    permanent += group_kilobytes(4 * std::int64_t{*c.n} * (cb->factor_rows + 1)) +
+                 group_kilobytes(16 * std::int64_t{*c.n});
+  cb->mem_kb = permanent;
+  s.perm_kb = static_cast<int>(std::min<std::int64_t>(permanent, 2147483647));
   return 0;
 }
 
 int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
   int st = kStageNumeric;
   const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
-  if (code != 0) {
+  if (code == kCodeNotAvailable) {
+    *f = Failure{-1, kCodeNotAvailable, 0, 0, "numerical factorization"};
+  } else if (code != 0) {
     f->result = st < 0 ? st : -4;
     f->code = code;
-    return f->result;
   }
-  return 0;
+  return f->result;
 }
 
 // The end of every call that reached the handle.

@@ -1,0 +1,146 @@
+// reorder1.cpp - REORDER1_VELMORA: from the pattern of A to an ordering
+// with its domains, column counts and supernodes.
+//
+//   1. adjacency of A + A^T without diagonal (LADJ_MOD_VELMORA)
+//   2. the fill-reducing ordering chosen by iparm(2), or the caller's
+//   3. domains: regrouping of nested-dissection subgraphs, Schur rows and
+//      partial-solve rows last, the closing top pair
+//   4. invp, then sfinit: elimination tree, column counts, supernodes
+#include "analysis/reorder1.h"
+
+#include <omp.h>
+
+#include <algorithm>
+
+#include "analysis/domains.h"
+#include "analysis/ladj_mod.h"
+#include "analysis/ordering.h"
+#include "analysis/symbolic.h"
+
+namespace vm {
+
+namespace {
+
+void add_time(ControlBlock *cb, int timer, double seconds) {
+  rctl(cb, kRctlTimers + timer) += seconds;
+  cb->timer_flags[timer] |= 1;
+}
+
+int largest_power_of_two_at_most(int v) {
+  int p = 1;
+  while (p <= v / 2) p *= 2;
+  return p;
+}
+
+// Copies the caller's ordering after checking that it is a permutation;
+// a corrupt one would send every later stage out of its arrays.
+int take_user_perm(int n, const int *user_perm, int *perm, int *seen) {
+  std::fill(seen, seen + n, 0);
+  for (int k = 0; k < n; ++k) {
+    const int v = user_perm[k];
+    if (v < 1 || v > n || seen[v - 1]) return kReorderBadUserPerm;
+    seen[v - 1] = 1;
+  }
+#pragma omp parallel for schedule(static)
+  for (int k = 0; k < n; ++k) perm[k] = user_perm[k];
+  return 0;
+}
+
+// Runs the ordering of cb->s.ordering; nested dissection fills domains.
+int run_ordering(int n, ControlBlock *cb, const Reorder1Arrays &a, int target, int *ndom) {
+  const ControlState &s = cb->s;
+  *ndom = 1;
+  switch (s.ordering) {
+    case 0:
+      return ORDER_MMD_VELMORA(n, a.xadj, a.adjncy, a.perm, a.invp, a.work, a.lwork);
+    case 1:
+      return ORDER_CMD_VELMORA(n, a.xadj, a.adjncy, s.mmd_on_separator, a.perm, a.invp, a.work,
+                               a.lwork);
+    case 4:
+      return ORDER_AMD_VELMORA(n, a.xadj, a.adjncy, a.perm, a.invp, a.work, a.lwork);
+    default:
+      break;
+  }
+  // Nested dissection (2 and 3).  Route 2 sets its options from the widest
+  // row; until the multilevel bisection of this library exists both take
+  // the METIS 5.1 route with domains.
+  int options[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+  if (s.ordering == 2) metis_options_for_route2(n, a.xadj, options);
+  const int want = s.sparse_rhs > 0 ? 1 : largest_power_of_two_at_most(std::max(1, target));
+  return ORDER_METIS5_VELMORA(n, a.xadj, a.adjncy, options, want, a.perm, a.invp, a.domains, ndom);
+}
+
+}  // namespace
+
+std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capacity) {
+  std::int64_t need = std::max<std::int64_t>(ladj_mod_work_size(n), 2 * std::int64_t{n});
+  need = std::max(need, sfinit_work_size(n));
+  if (ordering == 0) need = std::max(need, order_mmd_work_size(n, adjacency_capacity));
+  if (ordering == 1) need = std::max(need, order_cmd_work_size(n, adjacency_capacity));
+  if (ordering == 4) need = std::max(need, order_amd_work_size(n, adjacency_capacity));
+  return need;
+}
+
+int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,
+                     const int *mask, ControlBlock *cb, const Reorder1Arrays &a) {
+  ControlState &s = cb->s;
+
+  double t0 = omp_get_wtime();
+  if (ladj_mod_capacity(n, ia) > 0x7ffffffe) return kReorderOverflow;
+  s.nadj =
+      static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, s.nthreads, a.xadj, a.adjncy, a.work));
+  debug_dump_array("xadj", a.xadj, n + 1, 4);
+  debug_dump_array("adjncy", a.adjncy, s.nadj, 4);
+  add_time(cb, kTimeFullAdj, omp_get_wtime() - t0);
+
+  t0 = omp_get_wtime();
+  s.target_domains = domain_target(n, s.nthreads, s.nnodes);
+  int ndom = 1;
+  int status = 0;
+  if (s.perm_mode >= 1) {
+    status = take_user_perm(n, user_perm, a.perm, a.work);
+  } else {
+    status = run_ordering(n, cb, a, s.target_domains, &ndom);
+  }
+  debug_dump_array("invp after sssord", a.invp, n, 4);
+  debug_dump_array("perm after sssord", a.perm, n, 4);
+  if (status != 0) return status;
+  const bool dissection = s.perm_mode < 1 && (s.ordering == 2 || s.ordering == 3);
+
+  // Domains: nested dissection hands its subgraphs over; everything else,
+  // and any partial solve, is one domain.
+  if (!dissection || s.sparse_rhs > 0 || ndom < 2) {
+    ndom = 1;
+    move_schur_rows_last(n, a.perm, s.schur_size, a.work);
+  } else if (regroup_domains(n, a.perm, a.domains, &ndom, s.schur_size, a.work) != 0) {
+    ndom = 1;
+  }
+  if (s.sparse_rhs > 0 && mask) s.marked_rows = move_marked_rows_last(n, a.perm, mask, a.work);
+  s.ndom = close_domain_list(n, a.domains, ndom);
+  s.domain_width = 0;
+  for (int d = 0; d < s.ndom; ++d)
+    s.domain_width = std::max(s.domain_width, a.domains[2 * d + 1] - a.domains[2 * d] + 1);
+
+#pragma omp parallel for schedule(static)
+  for (int k = 0; k < n; ++k) a.invp[a.perm[k] - 1] = k + 1;
+  add_time(cb, kTimeReorder, omp_get_wtime() - t0);
+
+  t0 = omp_get_wtime();
+  std::int64_t nnzl = 0, nsub = 0;
+  int nsuper = 0;
+  status = sfinit(n, &s.ndom, a.domains, a.xadj, a.adjncy, a.perm, a.invp, a.parent, a.colcnt,
+                  &nnzl, &nsub, &nsuper, a.snode, a.xsuper, a.work, s.panel_size, s.schur_size,
+                  kSchurPostorder);
+  debug_dump_array("invp after sfinit", a.invp, n, 4);
+  debug_dump_array("perm after sfinit", a.perm, n, 4);
+  add_time(cb, kTimeSymbFct, omp_get_wtime() - t0);
+  if (status != 0) return status;
+  s.nsuper = nsuper;
+  s.nsub = nsub;
+  s.max_supernode = 0;
+  for (int k = 0; k < nsuper; ++k)
+    s.max_supernode = std::max(s.max_supernode, a.xsuper[k + 1] - a.xsuper[k]);
+  return 0;
+}
+
+}  // namespace vm

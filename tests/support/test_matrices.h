@@ -1,0 +1,99 @@
+/*
+ * test_matrices.h - matrices for tests in the form the library takes:
+ * compressed sparse rows, one-based, columns ascending in each row; for
+ * symmetric types the upper triangle only.
+ */
+#ifndef VELMORA_TESTS_TEST_MATRICES_H
+#define VELMORA_TESTS_TEST_MATRICES_H
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mm_read.h"
+
+namespace testmat {
+
+struct Csr {
+  int n = 0;
+  std::vector<int> ia{1}, ja;  // one-based
+  std::vector<double> a;       // values (pairs when complex)
+  int nnz() const { return ia[n] - 1; }
+};
+
+// Builds a CSR matrix from zero-based (row, col, value) entries; with
+// upper_only the entries below the diagonal are mirrored above it.
+inline Csr from_entries(int n, std::vector<std::pair<std::pair<int, int>, double>> e,
+                        bool upper_only) {
+  if (upper_only)
+    for (auto &x : e)
+      if (x.first.first > x.first.second) std::swap(x.first.first, x.first.second);
+  std::sort(e.begin(), e.end());
+  Csr m;
+  m.n = n;
+  m.ia.assign(n + 1, 0);
+  for (size_t k = 0; k < e.size(); ++k) {
+    if (k > 0 && e[k].first == e[k - 1].first) {  // repeated entry: add up
+      m.a.back() += e[k].second;
+      continue;
+    }
+    ++m.ia[e[k].first.first + 1];
+    m.ja.push_back(e[k].first.second + 1);
+    m.a.push_back(e[k].second);
+  }
+  m.ia[0] = 1;
+  for (int i = 0; i < n; ++i) m.ia[i + 1] += m.ia[i];
+  return m;
+}
+
+// The 7-point Laplacian of an nx*ny*nz grid (nz = 1: the 5-point one),
+// diagonally dominant, upper triangle or full.
+inline Csr grid_laplacian(int nx, int ny, int nz, bool upper_only) {
+  const int n = nx * ny * nz;
+  std::vector<std::pair<std::pair<int, int>, double>> e;
+  auto id = [=](int x, int y, int z) { return x + nx * (y + ny * z); };
+  for (int z = 0; z < nz; ++z)
+    for (int y = 0; y < ny; ++y)
+      for (int x = 0; x < nx; ++x) {
+        const int i = id(x, y, z);
+        e.push_back({{i, i}, 6.5});
+        const int nb[3][3] = {{x + 1, y, z}, {x, y + 1, z}, {x, y, z + 1}};
+        for (const auto &q : nb) {
+          if (q[0] >= nx || q[1] >= ny || q[2] >= nz) continue;
+          const int j = id(q[0], q[1], q[2]);
+          e.push_back({{i, j}, -1.0});
+          if (!upper_only) e.push_back({{j, i}, -1.0});
+        }
+      }
+  return from_entries(n, e, upper_only);
+}
+
+inline Csr dense(int n, bool upper_only) {
+  std::vector<std::pair<std::pair<int, int>, double>> e;
+  for (int i = 0; i < n; ++i)
+    for (int j = upper_only ? i : 0; j < n; ++j) e.push_back({{i, j}, i == j ? n : 0.5});
+  return from_entries(n, e, upper_only);
+}
+
+// A matrix file of the team's folder; symmetric files become their upper
+// triangle, pattern files get values 1 off the diagonal and a dominant
+// diagonal.  Returns an empty matrix (n 0) when the file cannot be read.
+inline Csr from_file(const std::string &name, bool upper_only) {
+  mm::Triplets t;
+  std::string error;
+  if (!mm::read(std::string(VELMORA_MATRIX_DIR) + "/" + name, &t, &error)) return Csr{};
+  std::vector<std::pair<std::pair<int, int>, double>> e;
+  const bool pattern = t.re.empty();
+  for (size_t k = 0; k < t.size(); ++k) {
+    const double v = pattern ? (t.rows[k] == t.cols[k] ? 100.0 : 1.0) : t.re[k];
+    e.push_back({{t.rows[k], t.cols[k]}, v});
+    if (!upper_only && t.symmetry != mm::Symmetry::kGeneral && t.rows[k] != t.cols[k])
+      e.push_back({{t.cols[k], t.rows[k]}, v});
+  }
+  return from_entries(t.n, e, upper_only);
+}
+
+}  // namespace testmat
+
+#endif  // VELMORA_TESTS_TEST_MATRICES_H
