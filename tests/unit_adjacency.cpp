@@ -115,7 +115,7 @@ TEST(Domains, ClosingOfTheList) {
 }
 
 TEST(Domains, MarkedRowsFinishLast) {
-  std::vector<int> perm{4, 2, 1, 3}, mask{1, 0, 0, 1}, work(4);
+  std::vector<int> perm{4, 2, 1, 3}, mask{1, 0, 0, 1}, work(5);
   EXPECT_EQ(vm::move_marked_rows_last(4, perm.data(), mask.data(), work.data()), 2);
   EXPECT_EQ(perm, (std::vector<int>{2, 3, 4, 1}));
   std::vector<int> p2{5, 1, 4, 2, 3};
