@@ -137,6 +137,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   if (status != 0) return status;
   s.nsuper = nsuper;
   s.nsub = nsub;
+  s.fill = nnzl;
   s.max_supernode = 0;
   for (int k = 0; k < nsuper; ++k)
     s.max_supernode = std::max(s.max_supernode, a.xsuper[k + 1] - a.xsuper[k]);

@@ -116,7 +116,7 @@ void etree(int n, const int *xadj, const int *adjncy, const int *perm, const int
 }
 
 std::int64_t sfinit_work_size(int n) {
-  return 4 * static_cast<std::int64_t>(n > 0 ? n : 0) + 1;
+  return 10 * static_cast<std::int64_t>(n > 0 ? n : 0) + 1;
 }
 
 /*
@@ -126,8 +126,9 @@ std::int64_t sfinit_work_size(int n) {
  * In/out: *ndom, domains[2*(*ndom+1)], perm[n], invp[n].
  * Out:    parent[n], colcnt[n], *nnzl, *nsub, *nsuper, snode[n],
  *         xsuper[n+1] (nsuper+1 used).
- * Work:   4n+1 ints: work[0..n) first son, work[n..2n) brother,
- *         work[2n..3n) marks, work[3n..4n) row counts, work[4n] first root.
+ * Work:   10n+1 ints: work[0..n) first son, work[n..2n) brother,
+ *         work[2n..3n) a stack, work[3n..4n) row counts, work[4n] first
+ *         root, then six arrays of n for the counts of step 4.
  *         Before step 3 the same space serves the ancestor array and the
  *         Schur postorder (head, next, stack); colcnt and snode, not yet
  *         computed then, serve as its flags and output buffer.
@@ -136,7 +137,7 @@ std::int64_t sfinit_work_size(int n) {
  *  1. elimination tree;
  *  2. Schur rows: tail, postorder, positions and tree rebuilt per range;
  *  3. first-son and brother lists;
- *  4. column and row counts by row subtrees;
+ *  4. column and row counts from the leaves of the row subtrees;
  *  5. fundamental supernodes split at the width limit and at the first
  *     Schur column;
  *  6. xsuper from snode;
@@ -293,30 +294,96 @@ int sfinit(int n, int *ndom, int *domains, const int *xadj, const int *adjncy, i
   work[4 * nn] = root;
 
   /*
-   * 4. Column counts by row subtrees.  Row j of L is the union of the tree
-   * paths from each i < j with A(j, i) != 0 up to j; marking the nodes of
-   * row j's subtree stops each climb where an earlier one passed.
+   * 4. Column and row counts.  Row j of L is the union of the tree paths
+   * from each i < j with A(j, i) != 0 up to j (its row subtree).  Instead of
+   * walking every path, which costs as much as L has entries, the counts
+   * come from the leaves of the row subtrees and their least common
+   * ancestors, visited in a postorder of the tree: column j gains one for
+   * each row subtree it is a leaf of and loses one for each one it is the
+   * meeting point of two leaves of; summed up the tree this gives the
+   * column counts, and the tree levels of the leaves give the row counts.
+   * Work beyond the lists: post, first, maxfirst, prevleaf, ancestor, level.
    */
-  std::int64_t offdiag = 0;
-  for (int j = 1; j <= n; ++j) {
-    mark[j - 1] = 0;
-    colcnt[j - 1] = 0;
-    rowcnt[j - 1] = 0;
-  }
-  for (int j = 2; j <= n; ++j) {
-    const int node = perm[j - 1];
-    for (int p = xadj[node - 1]; p < xadj[node]; ++p) {
-      int i = invp[adjncy[p - 1] - 1];
-      while (i > 0 && i < j && mark[i - 1] != j) {
-        mark[i - 1] = j;
-        ++colcnt[i - 1];
-        ++rowcnt[j - 1];
-        i = parent[i - 1];
+  int *post = work + 4 * nn + 1;
+  int *first = post + nn;
+  int *maxfirst = first + nn;
+  int *prevleaf = maxfirst + nn;
+  int *ancestor = prevleaf + nn;
+  int *level = ancestor + nn;
+  auto parent_of = [parent](int j) {
+    const int p = parent[j - 1];
+    return (p <= 0 || p == j) ? 0 : p;
+  };
+  {
+    int *stack = mark;
+    int *next_child = prevleaf;  // scratch during the walk
+    int k = 0;
+    for (int r = root; r != 0; r = brother[r - 1]) {
+      int top = 0;
+      stack[top++] = r;
+      next_child[r - 1] = fson[r - 1];
+      while (top > 0) {
+        const int j = stack[top - 1];
+        const int c = next_child[j - 1];
+        if (c != 0) {
+          next_child[j - 1] = brother[c - 1];
+          next_child[c - 1] = fson[c - 1];
+          stack[top++] = c;
+        } else {
+          --top;
+          post[k++] = j;
+        }
       }
     }
+  }
+  for (int j = n; j >= 1; --j) {
+    const int p = parent_of(j);
+    level[j - 1] = p != 0 ? level[p - 1] + 1 : 0;
+    first[j - 1] = -1;
+    maxfirst[j - 1] = -1;
+    prevleaf[j - 1] = 0;
+    ancestor[j - 1] = j;
+    rowcnt[j - 1] = 0;
+  }
+  for (int k = 0; k < n; ++k) {
+    int j = post[k];
+    colcnt[j - 1] = first[j - 1] == -1 ? 1 : 0;  // a leaf of the tree
+    for (; j != 0 && first[j - 1] == -1; j = parent_of(j)) first[j - 1] = k;
+  }
+  for (int k = 0; k < n; ++k) {
+    const int j = post[k];
+    const int p = parent_of(j);
+    if (p != 0) --colcnt[p - 1];
+    const int node = perm[j - 1];
+    for (int q = xadj[node - 1]; q < xadj[node]; ++q) {
+      const int i = invp[adjncy[q - 1] - 1];
+      if (i <= j || first[j - 1] <= maxfirst[i - 1]) continue;  // no new leaf of row i
+      maxfirst[i - 1] = first[j - 1];
+      const int jprev = prevleaf[i - 1];
+      prevleaf[i - 1] = j;
+      ++colcnt[j - 1];
+      if (jprev == 0) {
+        rowcnt[i - 1] += level[j - 1] - level[i - 1];
+      } else {
+        int lca = jprev;
+        while (lca != ancestor[lca - 1]) lca = ancestor[lca - 1];
+        for (int v = jprev; v != lca;) {  // path compression
+          const int up = ancestor[v - 1];
+          ancestor[v - 1] = lca;
+          v = up;
+        }
+        --colcnt[lca - 1];
+        rowcnt[i - 1] += level[j - 1] - level[lca - 1];
+      }
+    }
+    if (p != 0) ancestor[j - 1] = p;
+  }
+  std::int64_t offdiag = 0;
+  for (int j = 1; j <= n; ++j) {
+    const int p = parent_of(j);
+    if (p != 0) colcnt[p - 1] += colcnt[j - 1];
     offdiag += rowcnt[j - 1];
   }
-  for (int j = 0; j < n; ++j) ++colcnt[j];
   *nnzl = nn + offdiag;
 
   /*
@@ -355,14 +422,14 @@ int sfinit(int n, int *ndom, int *domains, const int *xadj, const int *adjncy, i
    * earlier.  The top pair ends with snode(n) = nsuper.
    */
   for (int d = 0; d < npairs; ++d) {
-    const int first = domains[2 * d];
-    const int last = domains[2 * d + 1];
-    if (first < 1) continue;
-    const int sfirst = first <= n ? snode[first - 1] : ns_count + 1;
+    const int col_first = domains[2 * d];
+    const int col_last = domains[2 * d + 1];
+    if (col_first < 1) continue;
+    const int sfirst = col_first <= n ? snode[col_first - 1] : ns_count + 1;
     int slast = sfirst - 1;
-    if (last >= first && last <= n) {
-      slast = snode[last - 1];
-      if (last < n && snode[last] == slast) --slast;
+    if (col_last >= col_first && col_last <= n) {
+      slast = snode[col_last - 1];
+      if (col_last < n && snode[col_last] == slast) --slast;
     }
     domains[2 * d] = sfirst;
     domains[2 * d + 1] = slast;

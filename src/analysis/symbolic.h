@@ -66,7 +66,7 @@ void etree_range(int first, int last, const int *xadj, const int *adjncy, const 
 
 /* ---- sfinit ---------------------------------------------------------- */
 
-/* Ints of work needed by sfinit: 4n+1. */
+/* Ints of work needed by sfinit: 10n+1. */
 std::int64_t sfinit_work_size(int n);
 
 /*
@@ -83,7 +83,8 @@ std::int64_t sfinit_work_size(int n);
  *         *nsuper, snode[n], xsuper[n+1] (xsuper[nsuper] == n+1).
  * Work:   sfinit_work_size(n) ints.  On return it holds the first-son list
  *         work[0..n), the brother list work[n..2n), the row counts of L
- *         (off-diagonal) work[3n..4n) and the first root work[4n].
+ *         (off-diagonal) work[3n..4n) and the first root work[4n].  The
+ *         counts take time near linear in the entries of A, not of L.
  * Returns kSymbolicOk or kSymbolicBadArgument.
  */
 int sfinit(int n, int *ndom, int *domains, const int *xadj, const int *adjncy, int *perm, int *invp,

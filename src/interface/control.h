@@ -122,6 +122,7 @@ struct ControlState {
   std::int32_t first_root;   // first root of the supernodal tree
   std::int32_t nadj;         // entries of the adjacency graph
   std::int64_t nsub;         // length of lindx
+  std::int64_t fill;         // entries of L by columns, diagonal included
   std::int64_t tmpsiz;       // entries of the dense update buffer
   std::int64_t lnz_peak;     // largest lnz of one domain
   std::int64_t unz_peak;

@@ -7,6 +7,8 @@
 // reports failure.
 #include "interface/numeric_driver.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -96,6 +98,7 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
   const int n = *c.n;
   const int unsym = stores_u(s.mtype) ? 1 : 0;
   SymbolicCounts counts{};
+  const double t0 = omp_get_wtime();
   const int status = REORDER2_VELMORA(
       n, s.nsuper, carved<int>(pt, cb, kPtOrderInt, kOrdXadj),
       carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy), carved<int>(pt, cb, kPtOrderInt, kOrdPerm),
@@ -116,6 +119,8 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
       carved<int>(pt, cb, kPtSymbolicWork, kS2UpdNext),
       carved<int>(pt, cb, kPtSymbolicWork, kS2Nmod), &counts,
       carved<int>(pt, cb, kPtSymbolicWork, kS2Work));
+  rctl(cb, kRctlTimers + kTimeSymbFct) += omp_get_wtime() - t0;
+  cb->timer_flags[kTimeSymbFct] |= 1;
   if (status != 0) {
     *stage = -3;
     return status;
