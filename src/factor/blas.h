@@ -1,0 +1,138 @@
+// blas.h - typed wrappers over BLAS and LAPACK, one name per operation for
+// every element type, so that the templated families call blas::gemm<T>
+// and the right routine (d, s, z, c) is chosen at compile time.  All
+// matrices are column-major; sizes and leading dimensions are ints, as the
+// Fortran interfaces take them.
+#ifndef VELMORA_FACTOR_BLAS_H
+#define VELMORA_FACTOR_BLAS_H
+
+#include "factor/scalar_traits.h"
+
+extern "C" {
+void dgemm_(const char *, const char *, const int *, const int *, const int *, const double *,
+            const double *, const int *, const double *, const int *, const double *, double *,
+            const int *);
+void sgemm_(const char *, const char *, const int *, const int *, const int *, const float *,
+            const float *, const int *, const float *, const int *, const float *, float *,
+            const int *);
+void zgemm_(const char *, const char *, const int *, const int *, const int *, const void *,
+            const void *, const int *, const void *, const int *, const void *, void *,
+            const int *);
+void cgemm_(const char *, const char *, const int *, const int *, const int *, const void *,
+            const void *, const int *, const void *, const int *, const void *, void *,
+            const int *);
+void dtrsm_(const char *, const char *, const char *, const char *, const int *, const int *,
+            const double *, const double *, const int *, double *, const int *);
+void strsm_(const char *, const char *, const char *, const char *, const int *, const int *,
+            const float *, const float *, const int *, float *, const int *);
+void ztrsm_(const char *, const char *, const char *, const char *, const int *, const int *,
+            const void *, const void *, const int *, void *, const int *);
+void ctrsm_(const char *, const char *, const char *, const char *, const int *, const int *,
+            const void *, const void *, const int *, void *, const int *);
+void dgemv_(const char *, const int *, const int *, const double *, const double *, const int *,
+            const double *, const int *, const double *, double *, const int *);
+void sgemv_(const char *, const int *, const int *, const float *, const float *, const int *,
+            const float *, const int *, const float *, float *, const int *);
+void zgemv_(const char *, const int *, const int *, const void *, const void *, const int *,
+            const void *, const int *, const void *, void *, const int *);
+void cgemv_(const char *, const int *, const int *, const void *, const void *, const int *,
+            const void *, const int *, const void *, void *, const int *);
+void dtrsv_(const char *, const char *, const char *, const int *, const double *, const int *,
+            double *, const int *);
+void strsv_(const char *, const char *, const char *, const int *, const float *, const int *,
+            float *, const int *);
+void ztrsv_(const char *, const char *, const char *, const int *, const void *, const int *,
+            void *, const int *);
+void ctrsv_(const char *, const char *, const char *, const int *, const void *, const int *,
+            void *, const int *);
+void dgetrf_(const int *, const int *, double *, const int *, int *, int *);
+void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
+void zgetrf_(const int *, const int *, void *, const int *, int *, int *);
+void cgetrf_(const int *, const int *, void *, const int *, int *, int *);
+}
+
+namespace vm::blas {
+
+// C := alpha op(A) op(B) + beta C
+template <class T>
+void gemm(char ta, char tb, int m, int n, int k, T alpha, const T *a, int lda, const T *b, int ldb,
+          T beta, T *c, int ldc) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dgemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sgemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+  } else {
+    cgemm_(&ta, &tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc);
+  }
+}
+
+// B := alpha op(A)^-1 B (side 'L') or alpha B op(A)^-1 (side 'R')
+template <class T>
+void trsm(char side, char uplo, char ta, char diag, int m, int n, T alpha, const T *a, int lda,
+          T *b, int ldb) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dtrsm_(&side, &uplo, &ta, &diag, &m, &n, &alpha, a, &lda, b, &ldb);
+  } else if constexpr (std::is_same_v<T, float>) {
+    strsm_(&side, &uplo, &ta, &diag, &m, &n, &alpha, a, &lda, b, &ldb);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    ztrsm_(&side, &uplo, &ta, &diag, &m, &n, &alpha, a, &lda, b, &ldb);
+  } else {
+    ctrsm_(&side, &uplo, &ta, &diag, &m, &n, &alpha, a, &lda, b, &ldb);
+  }
+}
+
+// y := alpha op(A) x + beta y
+template <class T>
+void gemv(char ta, int m, int n, T alpha, const T *a, int lda, const T *x, int incx, T beta, T *y,
+          int incy) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dgemv_(&ta, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sgemv_(&ta, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgemv_(&ta, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
+  } else {
+    cgemv_(&ta, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy);
+  }
+}
+
+// x := op(A)^-1 x, A triangular
+template <class T>
+void trsv(char uplo, char ta, char diag, int n, const T *a, int lda, T *x, int incx) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dtrsv_(&uplo, &ta, &diag, &n, a, &lda, x, &incx);
+  } else if constexpr (std::is_same_v<T, float>) {
+    strsv_(&uplo, &ta, &diag, &n, a, &lda, x, &incx);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    ztrsv_(&uplo, &ta, &diag, &n, a, &lda, x, &incx);
+  } else {
+    ctrsv_(&uplo, &ta, &diag, &n, a, &lda, x, &incx);
+  }
+}
+
+// LU with partial pivoting of an m x n block; info > 0: zero pivot there.
+template <class T>
+int getrf(int m, int n, T *a, int lda, int *ipiv) {
+  int info = 0;
+  if (m <= 0 || n <= 0) return 0;
+  if constexpr (std::is_same_v<T, double>) {
+    dgetrf_(&m, &n, a, &lda, ipiv, &info);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sgetrf_(&m, &n, a, &lda, ipiv, &info);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgetrf_(&m, &n, a, &lda, ipiv, &info);
+  } else {
+    cgetrf_(&m, &n, a, &lda, ipiv, &info);
+  }
+  return info;
+}
+
+}  // namespace vm::blas
+
+#endif  // VELMORA_FACTOR_BLAS_H

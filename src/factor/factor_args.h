@@ -1,0 +1,93 @@
+// factor_args.h - the arrays and scalars every factorization family and
+// every solve kernel receive.  All index contents are one-based; arrays
+// are C arrays indexed from 0 (xsuper[0] == 1).  Nothing here owns memory:
+// the phase driver carves every array from the handle's groups.
+#ifndef VELMORA_FACTOR_FACTOR_ARGS_H
+#define VELMORA_FACTOR_FACTOR_ARGS_H
+
+#include <cstdint>
+
+namespace vm {
+
+// The symbolic factor and the numeric factor of one factorization.
+//   Supernode s (1-based) has columns xsuper[s-1] .. xsuper[s]-1, its row
+//   list lindx[xlindx[s-1]-1 .. xlindx[s]-2] (its own columns first), and
+//   its panel lnz[xlnz[first-1]-1 ..] a dense column-major len x ncols
+//   matrix with leading dimension len = xlnz[first] - xlnz[first-1], the
+//   diagonal block on top.  LU types keep the rest of U transposed in unz:
+//   for each column, len-ncols entries from xunz[col-1]-1, leading
+//   dimension len-ncols, rows in the order of lindx.
+template <class T>
+struct FactorView {
+  int n = 0;
+  int nsuper = 0;
+  const int *xsuper = nullptr;           // nsuper+1
+  const int *snode = nullptr;            // n
+  const std::int64_t *xlindx = nullptr;  // nsuper+1
+  const int *lindx = nullptr;            // xlindx[nsuper]-1
+  const std::int64_t *xlnz = nullptr;    // n+1
+  T *lnz = nullptr;                      // xlnz[n]-1
+  const std::int64_t *xunz = nullptr;    // n+1, LU only
+  T *unz = nullptr;                      // xunz[n]-1, LU only
+  int *pivot = nullptr;                  // n: row exchanges inside a block
+  int *pivot_col = nullptr;              // n: column exchanges (general LU)
+  int nschur = 0;                        // trailing columns kept out (Schur block)
+};
+
+// Where each stored entry of A lands in the factor (see amap.h): for
+// column j (1-based) the entries ptr[j-1] .. ptr[j]-1 (one-based) of
+// dest/src/row.  dest is a one-based position in lnz (or unz for the U
+// set), negative when the entry lands transposed; src the one-based index
+// of the entry in a; row the original row index (only with scaling).
+struct ScatterMap {
+  const int *ptr = nullptr;
+  const std::int64_t *dest = nullptr;
+  const int *src = nullptr;
+  const int *row = nullptr;
+};
+
+// The matrix values and what turns them into the permuted, scaled matrix.
+struct MatrixInput {
+  const double *a = nullptr;      // values (pairs for complex types)
+  const int *ia = nullptr;        // row pointers, one-based
+  const int *ja = nullptr;        // column indices, one-based
+  const double *scale = nullptr;  // 2n factors: columns 1..n, rows n+1..2n
+  int scaling_on = 0;
+  const int *perm = nullptr;  // elimination position -> original index
+  const int *q = nullptr;     // matching permutation (general types) or null
+  ScatterMap lmap;            // entries landing in lnz
+  ScatterMap umap;            // entries landing in unz (LU types)
+};
+
+// Scratch of one factorization, cut from the work group; per-thread
+// slices follow each other with stride n (indmap, relind) or tmpsiz (temp).
+template <class T>
+struct FactorWork {
+  int nthreads = 1;
+  int *indmap = nullptr;  // n per thread
+  int *relind = nullptr;  // n per thread
+  int *link = nullptr;    // n
+  int *length = nullptr;  // nsuper
+  T *temp = nullptr;      // tmpsiz per thread, zero between uses
+  std::int64_t tmpsiz = 0;
+  const int *nmod = nullptr;    // nsuper
+  const int *pnlsch = nullptr;  // nsuper: the task list, leaves negative
+};
+
+// Scalars handed to every member and returned by it.
+struct FactorScalars {
+  int iflag = 0;                // 0; -1 bad pivot or argument; -2 temp too small
+  int perturbed = 0;            // pivots replaced
+  double eps = 0.0;             // perturbation threshold
+  int pivot_mode = 0;           // -1: diagonal pivoting; 0: Bunch-Kaufman
+  int npos = 0;                 // positive pivots
+  int nneg = 0;                 // negative pivots
+  int determinant = 0;          // 1: accumulate the log-determinant
+  double *logdet = nullptr;     // rctl(18): log |det| (real part)
+  double *logdet_im = nullptr;  // rctl(17): imaginary part (complex LU)
+  std::int64_t schur_nnz = 0;   // entries of the Schur block
+};
+
+}  // namespace vm
+
+#endif  // VELMORA_FACTOR_FACTOR_ARGS_H
