@@ -127,7 +127,10 @@ struct ControlState {
   std::int64_t lnz_peak;     // largest lnz of one domain
   std::int64_t unz_peak;
   std::int64_t symbolic_bytes;  // size of the symbolic block pt(8)
-  double flops;                 // of one numeric factorization
+  std::int64_t lmap_count;      // entries of the scatter maps
+  std::int64_t umap_count;
+  std::int64_t work_bytes;  // size of the work group pt(10)
+  double flops;             // of one numeric factorization
 };
 
 // rctl slots (one-based).
@@ -177,6 +180,14 @@ enum CarvedArray : int {
   kSymLindx,
   kSymXlnz,
   kSymXunz,
+  kSymLmapPtr,  // scatter maps of A into lnz and unz
+  kSymLmapDest,
+  kSymLmapSrc,
+  kSymLmapRow,
+  kSymUmapPtr,
+  kSymUmapDest,
+  kSymUmapSrc,
+  kSymUmapRow,
   kSymCount,
   // ordering block, pt(5)
   kOrdXadj = 40,

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "analysis/amap.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
@@ -39,6 +40,11 @@ class Layout {
   std::int64_t bytes_ = 0;
   bool overflow_ = false;
 };
+
+bool has_matching(void **pt) {
+  void *p = pt_slot(pt, kPtMatching);
+  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel;
+}
 
 bool stores_u(int mtype) {
   return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
@@ -147,9 +153,48 @@ void copy_array(void **pt, ControlBlock *cb, int from_slot, int from, int to, st
               sizeof(T) * static_cast<std::size_t>(count));
 }
 
-// Stage 3: the symbolic factor moves into its own block, the counts go to
-// iparm.
-int stage_sizing(const CallArgs &c, ControlBlock *cb) {
+constexpr int kMapFailed = -13;
+
+AmapOut map_out(void **pt, const ControlBlock *cb, int ptr, int dest, int src, int row) {
+  return AmapOut{carved<int>(pt, cb, kPtSymbolic, ptr),
+                 carved<std::int64_t>(pt, cb, kPtSymbolic, dest),
+                 carved<int>(pt, cb, kPtSymbolic, src),
+                 cb->s.scaling_on ? carved<int>(pt, cb, kPtSymbolic, row) : nullptr};
+}
+
+// The scatter maps of A into the panels, written once per analysis.
+int build_maps(const CallArgs &c, ControlBlock *cb) {
+  void **pt = c.pt;
+  ControlState &s = cb->s;
+  const int n = *c.n;
+  int *work = static_cast<int *>(pt_slot(pt, kPtOrderB));
+  const int *perm = carved<int>(pt, cb, kPtSymbolic, kSymPerm);
+  const int *invp = carved<int>(pt, cb, kPtSymbolic, kSymInvp);
+  const int *xsuper = carved<int>(pt, cb, kPtSymbolic, kSymXsuper);
+  const int *snode = carved<int>(pt, cb, kPtSymbolic, kSymSnode);
+  const auto *xlindx = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlindx);
+  const int *lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
+  const auto *xlnz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlnz);
+  const AmapOut lmap = map_out(pt, cb, kSymLmapPtr, kSymLmapDest, kSymLmapSrc, kSymLmapRow);
+  if (s.symmetric_pattern == 1) {
+    s.lmap_count = AMAP_SYM_VELMORA(n, c.ia, c.ja, perm, invp, xsuper, snode, xlindx, lindx, xlnz,
+                                    s.scaling_on, lmap, work);
+    s.umap_count = 0;
+  } else {
+    const AmapOut umap = map_out(pt, cb, kSymUmapPtr, kSymUmapDest, kSymUmapSrc, kSymUmapRow);
+    const int *rowmap =
+        has_matching(pt) && s.mtype > 10 ? static_cast<int *>(pt_slot(pt, kPtMatching)) : nullptr;
+    s.lmap_count =
+        AMAP_UNSYM_VELMORA(n, c.ia, c.ja, rowmap, perm, invp, xsuper, snode, xlindx, lindx, xlnz,
+                           carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXunz), s.scaling_on, lmap,
+                           umap, &s.umap_count, work);
+  }
+  return s.lmap_count < 0 ? kMapFailed : 0;
+}
+
+// Stage 3: the symbolic factor moves into its own block, the maps are
+// written, the counts go to iparm.
+int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
   void **pt = c.pt;
   ControlState &s = cb->s;
   const int n = *c.n;
@@ -173,6 +218,11 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb) {
   copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz, kSymXlnz, std::int64_t{n} + 1);
   if (stores_u(s.mtype))
     copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz, kSymXunz, std::int64_t{n} + 1);
+
+  if (build_maps(c, cb) != 0) {
+    *stage = -3;
+    return kMapFailed;
+  }
 
   int *iparm = c.iparm;
   const std::int64_t entries = s.nnz_l + (stores_u(s.mtype) ? s.nnz_u : 0);
@@ -217,6 +267,11 @@ std::int64_t ordering_work_bytes(const CallArgs &c, ControlBlock *cb) {
   return ints < 0 || ints > kMaxGroupBytes / 4 ? -1 : 4 * ints + 8;
 }
 
+std::int64_t map_work_bytes(const ControlBlock *cb) {
+  const std::int64_t ints = amap_work_size(cb->s.neqns, cb->s.nnz);
+  return ints < 0 || ints > kMaxGroupBytes / 4 ? -1 : 4 * ints + 8;
+}
+
 std::int64_t layout_symbolic_work(ControlBlock *cb) {
   const ControlState &s = cb->s;
   const std::int64_t n = s.neqns, nsup = s.nsuper;
@@ -258,6 +313,17 @@ std::int64_t layout_symbolic_block(ControlBlock *cb) {
   l.add(kSymLindx, s.nsub, 4);
   l.add(kSymXlnz, n + 1, 8);
   l.add(kSymXunz, stores_u(s.mtype) ? n + 1 : 0, 8);
+  // Scatter maps: at most one place per stored entry in each.
+  const std::int64_t nnz = s.nnz;
+  const std::int64_t unnz = stores_u(s.mtype) ? nnz : 0;
+  l.add(kSymLmapPtr, n + 1, 4);
+  l.add(kSymLmapDest, nnz, 8);
+  l.add(kSymLmapSrc, nnz, 4);
+  l.add(kSymLmapRow, s.scaling_on ? nnz : 0, 4);
+  l.add(kSymUmapPtr, stores_u(s.mtype) ? n + 1 : 0, 4);
+  l.add(kSymUmapDest, unnz, 8);
+  l.add(kSymUmapSrc, unnz, 4);
+  l.add(kSymUmapRow, s.scaling_on ? unnz : 0, 4);
   cb->s.symbolic_bytes = l.bytes();
   return l.bytes();
 }
@@ -269,7 +335,7 @@ int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
     case kStageSymbolic:
       return stage_symbolic(c, cb, stage);
     case kStageSizing:
-      return stage_sizing(c, cb);
+      return stage_sizing(c, cb, stage);
     default:
       break;
   }

@@ -22,6 +22,7 @@ std::int64_t layout_ordering_block(const CallArgs &c, ControlBlock *cb);  // pt(
 std::int64_t ordering_work_bytes(const CallArgs &c, ControlBlock *cb);    // pt(6)
 std::int64_t layout_symbolic_work(ControlBlock *cb);                      // pt(7)
 std::int64_t layout_symbolic_block(ControlBlock *cb);                     // pt(8)
+std::int64_t map_work_bytes(const ControlBlock *cb);                      // pt(9)
 
 // NUMERIC_DRIVER_VELMORA
 //   in:  the call c, its control block cb, *stage (1..4); the groups of the

@@ -189,7 +189,8 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
     return f->result;
   if (analysis_stage(c, cb, kStageSymbolic, f) != 0) return f->result;
 
-  if (analysis_group(c, cb, kPtSymbolic, layout_symbolic_block(cb) + 24, -800, f) != 0)
+  if (analysis_group(c, cb, kPtSymbolic, layout_symbolic_block(cb) + 24, -800, f) != 0 ||
+      analysis_group(c, cb, kPtOrderB, map_work_bytes(cb), -600, f) != 0)
     return f->result;
   if (analysis_stage(c, cb, kStageSizing, f) != 0) return f->result;
 
