@@ -6,6 +6,9 @@
 #ifndef VELMORA_FACTOR_BLAS_H
 #define VELMORA_FACTOR_BLAS_H
 
+#include <cstddef>
+#include <cstring>
+
 #include "factor/scalar_traits.h"
 
 extern "C" {
@@ -46,6 +49,26 @@ void ztrsv_(const char *, const char *, const char *, const int *, const void *,
 void ctrsv_(const char *, const char *, const char *, const int *, const void *, const int *,
             void *, const int *);
 void dgetrf_(const int *, const int *, double *, const int *, int *, int *);
+void dsyrk_(const char *, const char *, const int *, const int *, const double *, const double *,
+            const int *, const double *, double *, const int *);
+void ssyrk_(const char *, const char *, const int *, const int *, const float *, const float *,
+            const int *, const float *, float *, const int *);
+void zsyrk_(const char *, const char *, const int *, const int *, const void *, const void *,
+            const int *, const void *, void *, const int *);
+void csyrk_(const char *, const char *, const int *, const int *, const void *, const void *,
+            const int *, const void *, void *, const int *);
+void zherk_(const char *, const char *, const int *, const int *, const double *, const void *,
+            const int *, const double *, void *, const int *);
+void cherk_(const char *, const char *, const int *, const int *, const float *, const void *,
+            const int *, const float *, void *, const int *);
+void dpotrf_(const char *, const int *, double *, const int *, int *);
+void spotrf_(const char *, const int *, float *, const int *, int *);
+void zpotrf_(const char *, const int *, void *, const int *, int *);
+void cpotrf_(const char *, const int *, void *, const int *, int *);
+// The math library's error reporter; the trailing argument is the length
+// of the routine name, as Fortran passes it.
+void xerbla_(const char *, const int *, std::size_t);
+
 void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
 void zgetrf_(const int *, const int *, void *, const int *, int *, int *);
 void cgetrf_(const int *, const int *, void *, const int *, int *, int *);
@@ -131,6 +154,85 @@ int getrf(int m, int n, T *a, int lda, int *ipiv) {
     cgetrf_(&m, &n, a, &lda, ipiv, &info);
   }
   return info;
+}
+
+// C := alpha op(A) op(A)^T + beta C, lower or upper triangle of C only
+// (complex types: the plain transpose, no conjugation).
+template <class T>
+void syrk(char uplo, char trans, int n, int k, T alpha, const T *a, int lda, T beta, T *c,
+          int ldc) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dsyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, float>) {
+    ssyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zsyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else {
+    csyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  }
+}
+
+// C := alpha op(A) op(A)^H + beta C with real alpha and beta, one triangle
+// of C.  On real types this is syrk ('C' reads as 'T').
+template <class T>
+void herk(char uplo, char trans, int n, int k, real_of<T> alpha, const T *a, int lda,
+          real_of<T> beta, T *c, int ldc) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dsyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, float>) {
+    ssyrk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zherk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  } else {
+    cherk_(&uplo, &trans, &n, &k, &alpha, a, &lda, &beta, c, &ldc);
+  }
+}
+
+// Cholesky factor of a positive definite block (Hermitian for complex
+// types); info > 0: the leading minor of that order is not positive.
+template <class T>
+int potrf(char uplo, int n, T *a, int lda) {
+  int info = 0;
+  if (n <= 0) return 0;
+  if constexpr (std::is_same_v<T, double>) {
+    dpotrf_(&uplo, &n, a, &lda, &info);
+  } else if constexpr (std::is_same_v<T, float>) {
+    spotrf_(&uplo, &n, a, &lda, &info);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zpotrf_(&uplo, &n, a, &lda, &info);
+  } else {
+    cpotrf_(&uplo, &n, a, &lda, &info);
+  }
+  return info;
+}
+
+// Reports a bad argument (its position `arg`) of the routine `name` the
+// way the math library does for its own routines.
+inline void xerbla(const char *name, int arg) {
+  xerbla_(name, &arg, std::strlen(name));
+}
+
+// The transpose letter of the adjoint for the element type: 'T' on real
+// types, 'C' on complex ones (the Hermitian families).
+template <class T>
+constexpr char adjoint_letter() {
+  return scalar_traits<T>::is_complex ? 'C' : 'T';
+}
+
+// The type letter of BLAS and LAPACK names: d, s, z, c.
+template <class T>
+constexpr char type_letter_upper() {
+  if constexpr (std::is_same_v<T, double>) {
+    return 'D';
+  } else if constexpr (std::is_same_v<T, float>) {
+    return 'S';
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    return 'Z';
+  } else {
+    return 'C';
+  }
 }
 
 }  // namespace vm::blas

@@ -1,0 +1,53 @@
+// update_kernels.h - the two sparse kernels that add a descendant's update
+// into a target panel whose row list is wider than the descendant's tail.
+// Both address the target through indmap (or its gather relind): the row
+// at position i of a list of len rows has the value len - i, so that
+// xlnz(c+1) - 1 - value is the entry of that row in column c.
+#ifndef VELMORA_FACTOR_UPDATE_KERNELS_H
+#define VELMORA_FACTOR_UPDATE_KERNELS_H
+
+#include <cstdint>
+
+#include "factor/scalar_traits.h"
+
+namespace vm {
+
+// The symmetric families keep only the lower triangle of a diagonal
+// block, so their updates skip the tail rows above a target column
+// (kLowerOnly); the unsymmetric family needs the whole block.
+
+// scatter_rank1: update by a descendant of one column.  x holds the L
+// entries of the descendant's column from its tail on, rows[0..L) their
+// row numbers; the first m of them are columns of the target.  For each
+// such column c, the tail rows r (from c on with kLowerOnly) get
+// x(r) * -conj(x(c)) added (A -= x x^H restricted to the target's columns).
+template <bool kLowerOnly, class T>
+inline void scatter_rank1(int m, int L, const T *x, const int *rows, const std::int64_t *xlnz,
+                          const int *indmap, T *lnz) {
+  for (int c = 0; c < m; ++c) {
+    T *end = lnz + (xlnz[rows[c]] - 2);  // last entry of column rows[c]
+    const T mult = -conj_of(x[c]);
+    for (int r = kLowerOnly ? c : 0; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
+  }
+}
+
+// scatter_add: adds an L x m block (temp, leading dimension L) to the
+// target supernode whose first column is `first` and whose list has len
+// rows, and clears the block column by column on the way.  relind[0..L)
+// holds indmap of the block's rows; its first m entries are the target's
+// columns, whose ends xlnz(first + len - relind) gives.  With kLowerOnly
+// the rows above each target column are cleared without being added.
+template <bool kLowerOnly, class T>
+inline void scatter_add(int L, int m, const int *relind, int first, int len,
+                        const std::int64_t *xlnz, T *lnz, T *temp) {
+  for (int c = 0; c < m; ++c) {
+    T *end = lnz + (xlnz[first + len - relind[c] - 1] - 2);
+    T *t = temp + static_cast<std::int64_t>(c) * L;
+    for (int i = kLowerOnly ? c : 0; i < L; ++i) end[-relind[i]] += t[i];
+    for (int i = 0; i < L; ++i) t[i] = T(0);
+  }
+}
+
+}  // namespace vm
+
+#endif  // VELMORA_FACTOR_UPDATE_KERNELS_H

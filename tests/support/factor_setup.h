@@ -1,0 +1,179 @@
+/*
+ * factor_setup.h - the symbolic factor of a test matrix, built with the
+ * analysis routines of the library (adjacency, AMD or METIS, sfinit,
+ * REORDER2_VELMORA), and a scatter map of A into the panels made by plain
+ * search, for tests and benchmarks of the numeric factorization.
+ */
+#ifndef VELMORA_TESTS_FACTOR_SETUP_H
+#define VELMORA_TESTS_FACTOR_SETUP_H
+
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
+#include "analysis/ladj_mod.h"
+#include "analysis/ordering.h"
+#include "analysis/symbolic.h"
+#include "factor/factor_args.h"
+#include "test_matrices.h"
+
+namespace factor_setup {
+
+enum class Ordering { kNatural, kAmd, kMetis };
+
+struct Symbolic {
+  int n = 0, nsuper = 0, nschur = 0;
+  std::vector<int> perm, invp, xsuper, snode, lindx, nmod, tasklist;
+  std::vector<std::int64_t> xlindx, xlnz;
+  std::int64_t tmpsiz = 0;
+  // scatter map of the upper triangle of A into lnz
+  std::vector<int> map_ptr, map_src, map_row;
+  std::vector<std::int64_t> map_dest;
+  int status = 0;  // nonzero when a stage failed
+};
+
+// Place of row r (permuted) in the panel column c (permuted): one-based
+// position in lnz, or 0 when r is not in the list of c's supernode.
+inline std::int64_t place(const Symbolic &s, int r, int c) {
+  const int k = s.snode[c - 1];
+  const int *b = s.lindx.data() + s.xlindx[k - 1] - 1;
+  const int *e = s.lindx.data() + s.xlindx[k] - 1;
+  const int *p = std::lower_bound(b, e, r);
+  if (p == e || *p != r) return 0;
+  return s.xlnz[c - 1] + (p - b);
+}
+
+// Symbolic factor of an upper-triangle CSR matrix; width limits the
+// supernodes, nschur keeps the last rows out of the factorization.
+inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int nschur = 0) {
+  Symbolic s;
+  const int n = a.n;
+  s.n = n;
+  s.nschur = nschur;
+  std::vector<int> xadj(n + 1),
+      adjncy(std::max<std::int64_t>(1, vm::ladj_mod_capacity(n, a.ia.data())));
+  std::vector<int> work(vm::ladj_mod_work_size(n) + 1);
+  vm::LADJ_MOD_VELMORA(n, a.ia.data(), a.ja.data(), nullptr, 1, xadj.data(), adjncy.data(),
+                       work.data());
+  s.perm.resize(n);
+  s.invp.resize(n);
+  if (ordering == Ordering::kAmd) {
+    std::vector<int> w(vm::order_amd_work_size(n, xadj[n] - 1) + 1);
+    s.status = vm::ORDER_AMD_VELMORA(n, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(),
+                                     w.data(), static_cast<std::int64_t>(w.size()));
+  } else if (ordering == Ordering::kMetis) {
+    std::vector<int> domains(2, -1);
+    int ndom = 0;
+    s.status = vm::ORDER_METIS5_VELMORA(n, xadj.data(), adjncy.data(), nullptr, 1, s.perm.data(),
+                                        s.invp.data(), domains.data(), &ndom);
+  } else {
+    for (int i = 0; i < n; ++i) s.perm[i] = s.invp[i] = i + 1;
+  }
+  if (s.status != 0) return s;
+
+  int ndom = 0;
+  std::vector<int> domains{1, n}, parent(n), colcnt(n);
+  std::int64_t nnzl = 0, nsub = 0;
+  s.snode.resize(n);
+  s.xsuper.resize(n + 1);
+  work.assign(vm::sfinit_work_size(n), 0);
+  s.status =
+      vm::sfinit(n, &ndom, domains.data(), xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(),
+                 parent.data(), colcnt.data(), &nnzl, &nsub, &s.nsuper, s.snode.data(),
+                 s.xsuper.data(), work.data(), width, nschur, vm::kSchurPostorder);
+  if (s.status != 0) return s;
+
+  const int ns = s.nsuper;
+  std::vector<int> sparent(ns), first_child(ns), next_sibling(ns), upd_first(ns), upd_next(ns);
+  s.tasklist.resize(ns);
+  s.nmod.resize(ns);
+  s.xlindx.resize(ns + 1);
+  s.lindx.resize(nsub);
+  s.xlnz.resize(n + 1);
+  s.xsuper.resize(ns + 1);
+  vm::SymbolicCounts counts{};
+  work.assign(vm::reorder2_work_size(n, ns), 0);
+  s.status = vm::REORDER2_VELMORA(
+      n, ns, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(), s.xsuper.data(),
+      s.snode.data(), colcnt.data(), ndom, domains.data(), 0, 0, 0, 0, nsub, parent.data(),
+      sparent.data(), first_child.data(), next_sibling.data(), s.tasklist.data(), s.xlindx.data(),
+      s.lindx.data(), s.xlnz.data(), nullptr, upd_first.data(), upd_next.data(), s.nmod.data(),
+      &counts, work.data());
+  s.tmpsiz = counts.tmpsiz;
+  if (s.status != 0) return s;
+
+  // Each stored entry (r, c) of the upper triangle goes to column
+  // min(invp r, invp c); it lands transposed when invp r < invp c.
+  // The row kept for scaling is the original index of the row it lands in.
+  struct Entry {
+    std::int64_t dest;
+    int src, row;
+  };
+  std::vector<std::vector<Entry>> cols(n);
+  for (int i = 1; i <= n; ++i) {
+    for (int k = a.ia[i - 1]; k < a.ia[i]; ++k) {
+      const int pr = s.invp[i - 1], pc = s.invp[a.ja[k - 1] - 1];
+      const std::int64_t d = place(s, std::max(pr, pc), std::min(pr, pc));
+      if (d == 0) s.status = -100;  // the structure misses an entry of A
+      cols[std::min(pr, pc) - 1].push_back({pr >= pc ? d : -d, k, pr >= pc ? i : a.ja[k - 1]});
+    }
+  }
+  s.map_ptr.assign(1, 1);
+  for (int j = 0; j < n; ++j) {
+    for (const auto &e : cols[j]) {
+      s.map_dest.push_back(e.dest);
+      s.map_src.push_back(e.src);
+      s.map_row.push_back(e.row);
+    }
+    s.map_ptr.push_back(static_cast<int>(s.map_dest.size()) + 1);
+  }
+  return s;
+}
+
+// The records the factorization takes, over the arrays of s and of a
+// caller's lnz and work space.
+struct Records {
+  vm::FactorView<double> view;
+  vm::MatrixInput input;
+  vm::FactorWork<double> work;
+  std::vector<int> iwork;
+  std::vector<double> temp;
+};
+
+inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<double> *lnz) {
+  Records r;
+  const int n = s.n;
+  lnz->assign(std::max<std::int64_t>(1, s.xlnz[n] - 1), 0.0);
+  r.view.n = n;
+  r.view.nsuper = s.nsuper;
+  r.view.xsuper = s.xsuper.data();
+  r.view.snode = s.snode.data();
+  r.view.xlindx = s.xlindx.data();
+  r.view.lindx = s.lindx.data();
+  r.view.xlnz = s.xlnz.data();
+  r.view.lnz = lnz->data();
+  r.view.nschur = s.nschur;
+  r.input.a = a.a.data();
+  r.input.ia = a.ia.data();
+  r.input.ja = a.ja.data();
+  r.input.perm = s.perm.data();
+  r.input.lmap.ptr = s.map_ptr.data();
+  r.input.lmap.dest = s.map_dest.data();
+  r.input.lmap.src = s.map_src.data();
+  r.input.lmap.row = s.map_row.data();
+  r.iwork.assign(3 * static_cast<size_t>(n) + s.nsuper + 1, -7);
+  r.temp.assign(std::max<std::int64_t>(1, s.tmpsiz), 0.0);
+  r.work.indmap = r.iwork.data();
+  r.work.relind = r.iwork.data() + n;
+  r.work.link = r.iwork.data() + 2 * n;
+  r.work.length = r.iwork.data() + 3 * n;
+  r.work.temp = r.temp.data();
+  r.work.tmpsiz = s.tmpsiz;
+  r.work.nmod = s.nmod.data();
+  r.work.pnlsch = s.tasklist.data();
+  return r;
+}
+
+}  // namespace factor_setup
+
+#endif  // VELMORA_TESTS_FACTOR_SETUP_H
