@@ -35,9 +35,11 @@ inline void clear_run(T *p, std::int64_t count) {
 
 // Copies the map entries of columns first..last of A into a factor array
 // (lnz or unz).  An entry with negative destination lands transposed: its
-// value is conjugated when `hermitian` (the Hermitian types), and its
-// scale factors are those of its mirror.  Scale factors: scale[0..n) for
-// columns, scale[n..2n) for rows, both by original index.  Values are
+// value is conjugated when `hermitian` (the Hermitian types).  With scaling
+// an entry a(r, c) becomes s_row(r) a(r, c) s_col(c), whichever place it
+// lands in: the map records r, and c is ja of its source.  Scale factors:
+// scale[0..n) for columns, scale[n..2n) for rows, both by original index
+// (a symmetric scaling holds the same factors in both halves).  Values are
 // scaled in double precision and rounded once to the factor's type.
 template <class T>
 void scatter_columns(int n, int first, int last, const ScatterMap &map, const MatrixInput &in,
@@ -45,23 +47,15 @@ void scatter_columns(int n, int first, int last, const ScatterMap &map, const Ma
   using W = std::conditional_t<scalar_traits<T>::is_complex, zcomplex, double>;
   const double *s_col = in.scale;
   const double *s_row = in.scale != nullptr ? in.scale + n : nullptr;
-  const int *colperm = in.q != nullptr ? in.q : in.perm;
-  const bool scaled = in.scaling_on != 0 && in.scale != nullptr;
+  const bool scaled = in.scaling_on != 0 && in.scale != nullptr && map.row != nullptr;
   for (int j = first; j <= last; ++j) {
     const int p_end = map.ptr[j] - 1;
     for (int p = map.ptr[j - 1] - 1; p < p_end; ++p) {
       const std::int64_t dest = map.dest[p];
       const int src = map.src[p];
       W v = load<W>(in.a, src - 1);
+      if (scaled) v = v * (s_row[map.row[p] - 1] * s_col[in.ja[src - 1] - 1]);
       if (dest < 0 && hermitian) v = conj_of(v);
-      if (scaled) {
-        const int row = map.row[p];
-        if (dest > 0) {
-          v = v * s_row[row - 1] * s_col[in.ja[src - 1] - 1];
-        } else {
-          v = (s_col[colperm[j - 1] - 1] * s_row[row - 1]) * v;
-        }
-      }
       dst[(dest < 0 ? -dest : dest) - 1] = static_cast<T>(v);
     }
   }

@@ -104,7 +104,7 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
 
   // Each stored entry (r, c) of the upper triangle goes to column
   // min(invp r, invp c); it lands transposed when invp r < invp c.
-  // The row kept for scaling is the original index of the row it lands in.
+  // The row kept for scaling is the entry's own row in A.
   struct Entry {
     std::int64_t dest;
     int src, row;
@@ -115,7 +115,7 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
       const int pr = s.invp[i - 1], pc = s.invp[a.ja[k - 1] - 1];
       const std::int64_t d = place(s, std::max(pr, pc), std::min(pr, pc));
       if (d == 0) s.status = -100;  // the structure misses an entry of A
-      cols[std::min(pr, pc) - 1].push_back({pr >= pc ? d : -d, k, pr >= pc ? i : a.ja[k - 1]});
+      cols[std::min(pr, pc) - 1].push_back({pr >= pc ? d : -d, k, i});
     }
   }
   s.map_ptr.assign(1, 1);
