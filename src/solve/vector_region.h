@@ -32,6 +32,16 @@ void parallel_copy(std::int64_t n, const T *x, T *y) {
   });
 }
 
+// Calls body(c, i) for every column c < ncols and entry i < len of a block
+// of vectors, the ncols*len pairs split statically over one team.
+template <class Body>
+void for_each_entry(int ncols, int len, Body body) {
+  if (ncols < 1 || len < 1) return;
+#pragma omp parallel for collapse(2) schedule(static)
+  for (int c = 0; c < ncols; ++c)
+    for (int i = 0; i < len; ++i) body(c, i);
+}
+
 // Sum of term(i) over [0, n): each thread sums its share, the shares are
 // combined by the runtime's reduction, so the last bits may depend on the
 // team size.

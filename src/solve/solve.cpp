@@ -1,0 +1,112 @@
+// solve.cpp - SOLVE_VELMORA: gather, substitution by matrix type, scatter,
+// with the split of many right-hand sides into parallel blocks.
+#include "solve/solve.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "factor/scalar_traits.h"
+#include "solve/gather_scatter.h"
+#include "solve/ublkslvs1.h"
+
+namespace vm {
+
+namespace {
+
+bool uses_task_form(const SolveInput &in) {
+  return in.nrhs == 1 && in.ntasks > 1 && in.parallel != 0;
+}
+
+int block_count(const SolveInput &in) {
+  return std::max(1, in.nthreads);
+}
+
+// The symmetric dispatcher: m right-hand sides, columns ld apart in b, x, z
+// and block.  rhsparallel is 1 when the caller already runs blocks of right-
+// hand sides in parallel; then, or with more than one right-hand side, the
+// serial block kernels run, else the one-right-hand-side kernel with its own
+// parallel region.  The transpose flag is 0: A^T is A.
+template <class T>
+void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m,
+                     double *b, double *x, T *z, T *block, T *temp, int ld) {
+  const int n = in.n;
+  PSOL_FWGATH_VELMORA<T>(0, n, in.mtype, m, b, z, in.perm, in.q, in.scale, in.unselected,
+                         in.scaling_on, in.selector, in.k, ld, in.partial);
+  if (m == 1 && rhsparallel == 0) {
+    BLKSLVS1_VELMORA<T>(f, in, z, temp);
+  } else {
+    BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
+  }
+  PSOL_BWSCAT_VELMORA<T>(0, in.to_b, n, in.mtype, m, b, z, x, in.perm, in.q, in.scale,
+                         in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
+}
+
+// Whether this element type has a substitution family for mtype.  The
+// Cholesky family of the real symmetric positive definite type is the only
+// one built.
+template <class T>
+bool family_available(int mtype) {
+  return mtype == 2 && !scalar_traits<T>::is_complex;
+}
+
+}  // namespace
+
+int solve_vector_length(const SolveInput &in) {
+  return in.partial >= 2 ? std::clamp(in.k, 0, std::max(in.n, 0)) : std::max(in.n, 0);
+}
+
+SolveWorkSize solve_work_size(const SolveInput &in) {
+  SolveWorkSize sz;
+  const std::int64_t len = solve_vector_length(in);
+  const std::int64_t nrhs = std::max(in.nrhs, 0);
+  sz.z = nrhs * len;
+  if (uses_task_form(in)) sz.temp = static_cast<std::int64_t>(in.ntasks) * std::max(in.n, 0);
+  if (nrhs > 1) {
+    sz.block = nrhs * len;
+    sz.starts = block_count(in) + 1;
+  }
+  return sz;
+}
+
+template <class T>
+void SOLVE_VELMORA(const FactorView<T> &f, const SolveInput &in, double *b, double *x,
+                   const SolveWork<T> &w, int *error) {
+  *error = kSolveOk;
+  if (!family_available<T>(in.mtype)) {
+    *error = kSolveTypeNotAvailable;
+    return;
+  }
+  if (in.n < 1 || in.nrhs < 1) return;
+  const int len = solve_vector_length(in);
+
+  if (in.nrhs == 1) {
+    solve_symmetric<T>(f, in, 0, 1, b, x, w.z, w.block, w.temp, len);
+    return;
+  }
+
+  // Blocks of right-hand sides: nrhs / p each, the first nrhs mod p one
+  // more; starts run from 1.
+  const int p = block_count(in);
+  int *start = w.starts;
+  start[0] = 1;
+  for (int k = 0; k < p; ++k) start[k + 1] = start[k] + in.nrhs / p + (k < in.nrhs % p ? 1 : 0);
+
+  // Offsets in elements: T for z and the buffers, doubles (pairs for
+  // complex) for the caller's b and x.
+  const int width = scalar_traits<T>::doubles;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(p) if (p > 1)
+  for (int k = 0; k < p; ++k) {
+    const int m = start[k + 1] - start[k];
+    if (m < 1) continue;
+    const std::int64_t at = static_cast<std::int64_t>(start[k] - 1) * len;
+    double *xk = x != nullptr ? x + at * width : nullptr;  // x is unused when b takes the result
+    solve_symmetric<T>(f, in, 1, m, b + at * width, xk, w.z + at, w.block + at, nullptr, len);
+  }
+}
+
+template void SOLVE_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
+                                    double *, const SolveWork<double> &, int *);
+
+}  // namespace vm

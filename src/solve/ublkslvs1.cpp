@@ -1,0 +1,360 @@
+// ublkslvs1.cpp - forward and backward substitution with a supernodal
+// Cholesky factor: the column kernels for one right-hand side (serial and
+// over subtree tasks) and the BLAS 3 kernels for a block of them.
+#include "solve/ublkslvs1.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "factor/blas.h"
+#include "factor/scalar_traits.h"
+
+namespace vm {
+
+namespace {
+
+// Columns a solve may touch, as elimination positions (one-based).
+struct Limits {
+  int n = 0;
+  int last = 0;      // n - nschur: later columns and rows are the Schur block
+  int fw_first = 1;  // first column of the forward pass
+  int bw_first = 1;  // first column the backward pass produces
+  int off = 1;       // x[i - off] is position i: 1 + the positions not stored
+};
+
+template <class T>
+Limits limits_of(const FactorView<T> &f, const SolveInput &in) {
+  Limits lim;
+  const int n = f.n;
+  lim.n = n;
+  const int nschur = f.nschur > 0 && f.nschur <= n ? f.nschur : 0;
+  lim.last = n - nschur;
+  int fw = n, bw = n;
+  if (in.partial != 0) {
+    fw = std::clamp(in.fwnodes, 0, n);
+    bw = std::clamp(in.bwnodes, 0, n);
+  }
+  const int base = in.partial >= 2 ? n - std::clamp(in.k, 0, n) : 0;
+  lim.fw_first = std::max(n - fw + 1, base + 1);
+  lim.bw_first = std::max(n - bw + 1, base + 1);
+  lim.off = 1 + base;
+  return lim;
+}
+
+bool runs_forward(int s, bool block) {
+  return s == 0 || s == 1 || s == -1 || (!block && s == -12);
+}
+bool runs_backward(int s, bool block) {
+  return s == 0 || s == 2 || s == -3 || (!block && s == -23);
+}
+
+// The part of supernode k's panel a pass uses: panel columns c0 .. c1-1
+// (the supernode's columns inside [lo, last]) and panel rows up to rend-1
+// (rows beyond `last` cut off; the row list is sorted).
+template <class T>
+struct Cut {
+  const T *L = nullptr;  // the panel, column-major
+  std::int64_t ld = 0;
+  const int *rows = nullptr;  // its row list, global one-based rows
+  int c0 = 0, c1 = 0;
+  int rend = 0;
+};
+
+template <class T>
+bool cut_supernode(const FactorView<T> &f, int k, int lo, int last, Cut<T> *c) {
+  const int first = f.xsuper[k - 1];
+  const int from = std::max(first, lo), to = std::min(f.xsuper[k] - 1, last);
+  if (from > to) return false;
+  c->ld = f.xlnz[first] - f.xlnz[first - 1];
+  c->L = f.lnz + (f.xlnz[first - 1] - 1);
+  c->rows = f.lindx + (f.xlindx[k - 1] - 1);
+  c->c0 = from - first;
+  c->c1 = to - first + 1;
+  int rend = static_cast<int>(c->ld);
+  while (rend > c->c1 && c->rows[rend - 1] > last) --rend;
+  c->rend = rend;
+  return true;
+}
+
+// Columns are taken in groups so that each row below a group is read and
+// written once for the whole group.
+constexpr int kGroup = 4;
+
+// y(rows[r]) -= sum over a < G of L(r, a) v[a], for r in [r0, r1); L points
+// at the group's first column.
+template <int G, class T>
+void update_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v, T *y,
+                 int off) {
+  for (int r = r0; r < r1; ++r) {
+    T s = L[r] * v[0];
+    for (int a = 1; a < G; ++a) s += L[r + a * ld] * v[a];
+    y[rows[r] - off] -= s;
+  }
+}
+
+template <class T>
+void update_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v,
+                  T *y, int off) {
+  switch (g) {
+    case 4:
+      update_rows<4>(L, ld, rows, r0, r1, v, y, off);
+      break;
+    case 3:
+      update_rows<3>(L, ld, rows, r0, r1, v, y, off);
+      break;
+    case 2:
+      update_rows<2>(L, ld, rows, r0, r1, v, y, off);
+      break;
+    default:
+      update_rows<1>(L, ld, rows, r0, r1, v, y, off);
+      break;
+  }
+}
+
+// s[a] = sum over r in [r0, r1) of conj(L(r, a)) y(rows[r]).
+template <int G, class T>
+void dot_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y, int off,
+              T *s) {
+  T acc[G] = {};
+  for (int r = r0; r < r1; ++r) {
+    const T yr = y[rows[r] - off];
+    for (int a = 0; a < G; ++a) acc[a] += conj_of(L[r + a * ld]) * yr;
+  }
+  for (int a = 0; a < G; ++a) s[a] = acc[a];
+}
+
+template <class T>
+void dot_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y,
+               int off, T *s) {
+  switch (g) {
+    case 4:
+      dot_rows<4>(L, ld, rows, r0, r1, y, off, s);
+      break;
+    case 3:
+      dot_rows<3>(L, ld, rows, r0, r1, y, off, s);
+      break;
+    case 2:
+      dot_rows<2>(L, ld, rows, r0, r1, y, off, s);
+      break;
+    default:
+      dot_rows<1>(L, ld, rows, r0, r1, y, off, s);
+      break;
+  }
+}
+
+// Forward step of one supernode: x(j) /= L(j,j), then x(i) -= L(i,j) x(j)
+// for the rows below.  Rows at or above `split` go to acc (indexed by row)
+// instead of x: the updates a subtree task makes to the top of the tree.
+template <class T>
+void forward_cut(const Cut<T> &c, T *x, int off, T *acc, int split) {
+  const int *rows = c.rows;
+  int rs = c.rend;
+  if (acc != nullptr)
+    rs = static_cast<int>(std::lower_bound(rows + c.c1, rows + c.rend, split) - rows);
+  for (int j = c.c0; j < c.c1; j += kGroup) {
+    const int g = std::min(kGroup, c.c1 - j);
+    const T *Lg = c.L + j * c.ld;
+    T v[kGroup];
+    for (int a = 0; a < g; ++a) {  // the triangle of the group
+      const T *Lc = Lg + a * c.ld;
+      const int cc = j + a;
+      T &xj = x[rows[cc] - off];
+      xj /= Lc[cc];
+      v[a] = xj;
+      for (int r = cc + 1; r < j + g; ++r) x[rows[r] - off] -= Lc[r] * v[a];
+    }
+    update_group(g, Lg, c.ld, rows, j + g, rs, v, x, off);
+    if (rs < c.rend) update_group(g, Lg, c.ld, rows, rs, c.rend, v, acc, 1);
+  }
+}
+
+// Backward step of one supernode, columns from the last down:
+// x(j) = (x(j) - sum over rows i below j of conj(L(i,j)) x(i)) / conj(L(j,j)).
+template <class T>
+void backward_cut(const Cut<T> &c, T *x, int off) {
+  const int *rows = c.rows;
+  for (int hi = c.c1; hi > c.c0;) {
+    const int g = std::min(kGroup, hi - c.c0);
+    const int j = hi - g;
+    const T *Lg = c.L + j * c.ld;
+    T s[kGroup];
+    dot_group(g, Lg, c.ld, rows, hi, c.rend, x, off, s);
+    for (int a = g - 1; a >= 0; --a) {  // the triangle of the group
+      const T *Lc = Lg + a * c.ld;
+      const int cc = j + a;
+      T t = x[rows[cc] - off] - s[a];
+      for (int r = cc + 1; r < hi; ++r) t -= conj_of(Lc[r]) * x[rows[r] - off];
+      x[rows[cc] - off] = t / conj_of(Lc[cc]);
+    }
+    hi = j;
+  }
+}
+
+// First supernode holding a nonzero entry of x among the forward columns,
+// or 0 when there is none.  NaN counts as nonzero.
+template <class T>
+int first_nonzero_supernode(const FactorView<T> &f, const Limits &lim, const T *x) {
+  for (int i = lim.fw_first; i <= lim.last; ++i)
+    if (x[i - lim.off] != T(0)) return f.snode[i - 1];
+  return 0;
+}
+
+template <class T>
+void forward_range(const FactorView<T> &f, const Limits &lim, int k0, int k1, T *x, T *acc,
+                   int split) {
+  Cut<T> c;
+  for (int k = k0; k <= k1; ++k) {
+    if (f.xsuper[k - 1] > lim.last) break;
+    if (cut_supernode(f, k, lim.fw_first, lim.last, &c)) forward_cut(c, x, lim.off, acc, split);
+  }
+}
+
+template <class T>
+void backward_range(const FactorView<T> &f, const Limits &lim, int k1, int k0, T *x) {
+  Cut<T> c;
+  for (int k = k1; k >= k0; --k) {
+    if (f.xsuper[k] - 1 < lim.bw_first) break;
+    if (cut_supernode(f, k, lim.bw_first, lim.last, &c)) backward_cut(c, x, lim.off);
+  }
+}
+
+template <class T>
+void serial_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, T *x) {
+  if (runs_forward(in.selector, false)) {
+    const int k0 = first_nonzero_supernode(f, lim, x);
+    if (k0 > 0) forward_range<T>(f, lim, k0, f.nsuper, x, nullptr, 0);
+  }
+  if (runs_backward(in.selector, false) && lim.last >= 1)
+    backward_range(f, lim, f.snode[lim.last - 1], 1, x);
+}
+
+template <class T>
+void task_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, T *x,
+                       T *temp) {
+  const int ntasks = in.ntasks, n = f.n;
+  const int *range = in.taskrange;
+  const int top = range[2 * ntasks - 1] + 1;  // first supernode of the top
+  const int top_col = top <= f.nsuper ? f.xsuper[top - 1] : n + 1;
+
+  if (runs_forward(in.selector, false)) {
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t) {
+      T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = top_col; i <= lim.last; ++i) acc[i - 1] = T(0);
+      forward_range(f, lim, range[2 * t], range[2 * t + 1], x, acc, top_col);
+    }
+    const int from = std::max(top_col, lim.off);
+    for (int t = 0; t < ntasks; ++t) {
+      const T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = from; i <= lim.last; ++i) x[i - lim.off] += acc[i - 1];
+    }
+    forward_range<T>(f, lim, top, f.nsuper, x, nullptr, 0);
+  }
+  if (runs_backward(in.selector, false)) {
+    backward_range(f, lim, f.nsuper, top, x);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t) backward_range(f, lim, range[2 * t + 1], range[2 * t], x);
+  }
+}
+
+// Panels whose used part has at most this many entries are solved column
+// by column for each right-hand side: a BLAS call costs more than the
+// arithmetic there, and the panel stays in cache across the columns.
+constexpr std::int64_t kSmallPanel = 1024;
+
+template <class T>
+bool small_panel(const Cut<T> &c) {
+  return static_cast<std::int64_t>(c.c1 - c.c0) * (c.rend - c.c0) <= kSmallPanel;
+}
+
+}  // namespace
+
+template <class T>
+void BLKSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
+  if (f.nsuper < 1) return;
+  const Limits lim = limits_of(f, in);
+  if (in.ntasks > 1 && in.parallel != 0 && in.taskrange != nullptr && temp != nullptr) {
+    task_substitution(f, in, lim, x, temp);
+    return;
+  }
+  // Serial form: the whole team enters, the first to arrive does the work.
+  int arrived = 0;
+#pragma omp parallel shared(arrived)
+  {
+    int mine = 0;
+#pragma omp critical(velmora_solve_entry)
+    mine = ++arrived;
+    if (mine == 1) serial_substitution(f, in, lim, x);
+  }
+}
+
+template <class T>
+void BLKSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx, T *temp) {
+  if (f.nsuper < 1 || m < 1) return;
+  const Limits lim = limits_of(f, in);
+  const std::int64_t ld = ldx;
+  const char trans = scalar_traits<T>::is_complex ? 'C' : 'T';
+  Cut<T> c;
+
+  if (runs_forward(in.selector, true)) {
+    const int k0 = first_nonzero_supernode(f, lim, x);  // the first right-hand side decides
+    for (int k = k0; k >= 1 && k <= f.nsuper; ++k) {
+      if (f.xsuper[k - 1] > lim.last) break;
+      if (!cut_supernode(f, k, lim.fw_first, lim.last, &c)) continue;
+      if (small_panel(c)) {
+        for (int j = 0; j < m; ++j) forward_cut<T>(c, x + j * ld, lim.off, nullptr, 0);
+        continue;
+      }
+      const int w = c.c1 - c.c0, noff = c.rend - c.c1;
+      T *x1 = x + (c.rows[c.c0] - lim.off);
+      blas::trsm<T>('L', 'L', 'N', 'N', w, m, T(1), c.L + c.c0 + c.c0 * c.ld,
+                    static_cast<int>(c.ld), x1, ldx);
+      if (noff < 1) continue;
+      blas::gemm<T>('N', 'N', noff, m, w, T(-1), c.L + c.c1 + c.c0 * c.ld, static_cast<int>(c.ld),
+                    x1, ldx, T(0), temp, noff);
+      const int *rows = c.rows + c.c1;
+      for (int j = 0; j < m; ++j) {
+        T *tj = temp + static_cast<std::int64_t>(j) * noff;
+        T *xj = x + j * ld;
+        for (int r = 0; r < noff; ++r) {
+          xj[rows[r] - lim.off] += tj[r];
+          tj[r] = T(0);
+        }
+      }
+    }
+  }
+  if (runs_backward(in.selector, true) && lim.last >= 1) {
+    for (int k = f.snode[lim.last - 1]; k >= 1; --k) {
+      if (f.xsuper[k] - 1 < lim.bw_first) break;
+      if (!cut_supernode(f, k, lim.bw_first, lim.last, &c)) continue;
+      if (small_panel(c)) {
+        for (int j = 0; j < m; ++j) backward_cut(c, x + j * ld, lim.off);
+        continue;
+      }
+      const int w = c.c1 - c.c0, noff = c.rend - c.c1;
+      T *x1 = x + (c.rows[c.c0] - lim.off);
+      if (noff > 0) {
+        const int *rows = c.rows + c.c1;
+        for (int j = 0; j < m; ++j) {
+          T *tj = temp + static_cast<std::int64_t>(j) * noff;
+          const T *xj = x + j * ld;
+          for (int r = 0; r < noff; ++r) tj[r] = xj[rows[r] - lim.off];
+        }
+        blas::gemm<T>(trans, 'N', w, m, noff, T(-1), c.L + c.c1 + c.c0 * c.ld,
+                      static_cast<int>(c.ld), temp, noff, T(1), x1, ldx);
+        for (std::int64_t e = 0; e < static_cast<std::int64_t>(m) * noff; ++e) temp[e] = T(0);
+      }
+      blas::trsm<T>('L', 'L', trans, 'N', w, m, T(1), c.L + c.c0 + c.c0 * c.ld,
+                    static_cast<int>(c.ld), x1, ldx);
+    }
+  }
+}
+
+template void BLKSLVS1_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
+                                       double *);
+template void BLKSLVM_VELMORA<double>(const FactorView<double> &, const SolveInput &, int, double *,
+                                      int, double *);
+
+}  // namespace vm
