@@ -299,7 +299,13 @@ void BLKSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, 
   Cut<T> c;
 
   if (runs_forward(in.selector, true)) {
-    const int k0 = first_nonzero_supernode(f, lim, x);  // the first right-hand side decides
+    // The pass starts at the first supernode where any right-hand side of
+    // the block is nonzero: a later start would be wrong for the others.
+    int k0 = f.nsuper + 1;
+    for (int j = 0; j < m; ++j) {
+      const int kj = first_nonzero_supernode(f, lim, x + j * ld);
+      if (kj > 0) k0 = std::min(k0, kj);
+    }
     for (int k = k0; k >= 1 && k <= f.nsuper; ++k) {
       if (f.xsuper[k - 1] > lim.last) break;
       if (!cut_supernode(f, k, lim.fw_first, lim.last, &c)) continue;

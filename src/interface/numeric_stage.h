@@ -1,0 +1,34 @@
+// numeric_stage.h - stage 4 of the numeric driver: factorization and
+// solve on the groups the phase driver allocated.
+#ifndef VELMORA_INTERFACE_NUMERIC_STAGE_H
+#define VELMORA_INTERFACE_NUMERIC_STAGE_H
+
+#include <cstdint>
+
+#include "interface/control.h"
+
+namespace vm {
+
+// Slots of a factor-table row.
+enum FactorRowSlot : int {
+  kRowValues = 0,    // the block: lnz, unz, pivot, pivot_col
+  kRowTag = 1,       // 777777777 until allocated, then the block's address
+  kRowBytes = 2,     // its size
+  kRowFactored = 3,  // 1 once a factorization completed in it
+};
+
+// Bytes of the factor block of one factorization row.
+std::int64_t factor_row_bytes(const ControlBlock *cb);
+
+// Bytes of the work group pt(10) that a call needs: the factorization's
+// integer maps and update buffers when it factors, the solve's work for
+// nrhs right-hand sides when it solves.
+std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool factor, bool solve);
+
+// Stage 4: factorization for phase below 30, then the solve for phase
+// ending in 3.  Returns 0 or a code; *stage receives the result class.
+int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage);
+
+}  // namespace vm
+
+#endif  // VELMORA_INTERFACE_NUMERIC_STAGE_H
