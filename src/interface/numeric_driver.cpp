@@ -17,6 +17,7 @@
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
 #include "interface/memory.h"
+#include "interface/numeric_stage.h"
 #include "interface/report_error.h"
 
 namespace vm {
@@ -339,8 +340,7 @@ int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
     default:
       break;
   }
-  // Numeric factorization and solve are not part of this build.
-  return kCodeNotAvailable;
+  return stage_numeric(c, cb, stage);
 }
 
 }  // namespace vm

@@ -15,6 +15,7 @@
 #include "interface/defaults.h"
 #include "interface/memory.h"
 #include "interface/numeric_driver.h"
+#include "interface/numeric_stage.h"
 #include "velmora_smat.h"
 
 namespace vm {
@@ -208,11 +209,61 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return 0;
 }
 
+// Numeric work: the factor block of row mnum and the work group, then
+// stage 4.  Counters of the factorization go to iparm.
 int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  void **pt = c.pt;
+  int *iparm = c.iparm;
+  const int phase = *c.phase;
+  const bool factor = phase < 30;
+  const bool solve = phase % 10 == 3;
+  if (*c.mnum < 1 || *c.mnum > cb->factor_rows) {
+    *f = Failure{-1, 3, *c.maxfct, *c.mnum};
+    return f->result;
+  }
+  std::intptr_t *row = factor_row(pt, *c.mnum);
+  if (factor) {
+    const std::int64_t need = factor_row_bytes(cb);
+    if (row[kRowValues] == 0 || row[kRowBytes] < need) {
+      release_factor_row(pt, *c.mnum);
+      void *block = nullptr;
+      const int code = group_alloc(cb, &block, need, -1100);
+      if (code != 0) {
+        *f = Failure{-2, code};
+        f->bytes = need;
+        return f->result;
+      }
+      row[kRowValues] = reinterpret_cast<std::intptr_t>(block);
+      row[kRowTag] = row[kRowValues];
+      row[kRowBytes] = need;
+      row[kRowFactored] = 0;
+    }
+  }
+  const std::int64_t work = numeric_work_bytes(c, cb, factor, solve);
+  if (!has_block(pt, kPtPivotWork) || cb->s.work_bytes < work) {
+    group_release(&pt_slot(pt, kPtPivotWork));
+    cb->s.work_bytes = 0;
+    const int code = group_alloc(cb, &pt_slot(pt, kPtPivotWork), work, -1200);
+    if (code != 0) {
+      *f = Failure{-2, code};
+      f->bytes = work;
+      return f->result;
+    }
+    cb->s.work_bytes = work;
+  }
+
   int st = kStageNumeric;
   const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
+  ip(iparm, 14) = cb->s.perturbed_pivots;
+  ip(iparm, 22) = cb->s.inertia_pos;
+  ip(iparm, 23) = cb->s.inertia_neg;
+  ip(iparm, 7) = cb->s.refine_steps;
+  if (factor && cb->s.determinant == 1 && c.dparm) {
+    c.dparm[32] = rctl(cb, kRctlLogDet2);
+    if (cb->s.complex_factor == 2) c.dparm[31] = rctl(cb, kRctlLogDet1);
+  }
   if (code == kCodeNotAvailable) {
-    *f = Failure{-1, kCodeNotAvailable, 0, 0, "numerical factorization"};
+    *f = Failure{-1, kCodeNotAvailable, 0, 0, factor ? "numerical factorization" : "solve"};
   } else if (code != 0) {
     f->result = st < 0 ? st : -4;
     f->code = code;

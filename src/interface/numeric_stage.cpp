@@ -1,0 +1,262 @@
+// numeric_stage.cpp - stage 4: the numeric factorization of row mnum of the
+// factor table and the solve with it, on the arrays the phase driver
+// allocated in named groups.  Nothing here allocates.
+//
+// Group pt(10), the work group, holds the factorization's integer maps
+// (indmap, relind per thread, link, length) and update buffers (temp per
+// thread), or the solve's work for the call's right-hand sides; the phase
+// driver regrows it when a call needs more than it holds.
+#include "interface/numeric_stage.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "factor/factor_args.h"
+#include "factor/factor_shell.h"
+#include "interface/report_error.h"
+#include "solve/solve.h"
+
+namespace vm {
+
+namespace {
+
+constexpr std::int64_t align8(std::int64_t bytes) {
+  return (bytes + 7) / 8 * 8;
+}
+
+bool stores_u(int mtype) {
+  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
+}
+
+// Bytes of one scalar of the factor.
+std::int64_t scalar_bytes(const ControlBlock *cb) {
+  return 8 * std::int64_t{cb->s.complex_factor};
+}
+
+struct RowLayout {
+  std::int64_t unz, pivot, pivot_col, bytes;
+};
+
+RowLayout row_layout(const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  const std::int64_t w = scalar_bytes(cb), n = s.neqns;
+  RowLayout l{};
+  l.unz = align8(s.nnz_l * w);
+  l.pivot = align8(l.unz + (stores_u(s.mtype) ? s.nnz_u * w : 0));
+  l.pivot_col = align8(l.pivot + 4 * n);
+  l.bytes = align8(l.pivot_col + 4 * n) + 8;
+  return l;
+}
+
+int factor_threads(const ControlBlock *cb) {
+  return std::max(1, cb->s.nthreads);
+}
+
+std::int64_t factor_ints(const ControlBlock *cb) {
+  const std::int64_t n = cb->s.neqns;
+  return 2 * n * factor_threads(cb) + n + cb->s.nsuper;
+}
+
+SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
+  const ControlState &s = cb->s;
+  int *iparm = c.iparm;
+  SolveInput in;
+  in.n = s.neqns;
+  in.nrhs = c.nrhs ? *c.nrhs : 1;
+  in.mtype = s.mtype;
+  in.to_b = ip(iparm, 6) == 1 ? 1 : 0;
+  in.selector = ip(iparm, 26);
+  in.parallel = s.two_level_solve;
+  in.partial = s.sparse_rhs;
+  in.k = s.marked_rows;
+  in.fwnodes = s.sparse_rhs ? s.marked_rows : 0;
+  in.bwnodes = in.fwnodes;
+  in.transposed = s.transposed;
+  in.scaling_on = s.scaling_on;
+  const bool matching = pt_slot(pt, kPtScaling) != nullptr;
+  in.scale = matching ? static_cast<const double *>(pt_slot(pt, kPtScaling)) : nullptr;
+  if (!in.scale) in.scaling_on = 0;
+  in.perm = carved<int>(pt, cb, kPtSymbolic, kSymPerm);
+  in.q = s.mtype > 10 && pt_slot(pt, kPtMatching)
+             ? static_cast<const int *>(pt_slot(pt, kPtMatching))
+             : nullptr;
+  in.ntasks = s.ndom;
+  in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
+  in.nthreads = std::max(1, s.nthreads);
+  return in;
+}
+
+template <class T>
+FactorView<T> factor_view(void **pt, const ControlBlock *cb, std::intptr_t *row) {
+  const ControlState &s = cb->s;
+  const RowLayout l = row_layout(cb);
+  char *block = reinterpret_cast<char *>(row[kRowValues]);
+  FactorView<T> f;
+  f.n = s.neqns;
+  f.nsuper = s.nsuper;
+  f.xsuper = carved<int>(pt, cb, kPtSymbolic, kSymXsuper);
+  f.snode = carved<int>(pt, cb, kPtSymbolic, kSymSnode);
+  f.xlindx = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlindx);
+  f.lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
+  f.xlnz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlnz);
+  f.lnz = reinterpret_cast<T *>(block);
+  if (stores_u(s.mtype)) {
+    f.xunz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXunz);
+    f.unz = reinterpret_cast<T *>(block + l.unz);
+  }
+  f.pivot = reinterpret_cast<int *>(block + l.pivot);
+  f.pivot_col = reinterpret_cast<int *>(block + l.pivot_col);
+  f.nschur = s.schur_size;
+  return f;
+}
+
+ScatterMap scatter_map(void **pt, const ControlBlock *cb, bool u) {
+  ScatterMap m;
+  m.ptr = carved<int>(pt, cb, kPtSymbolic, u ? kSymUmapPtr : kSymLmapPtr);
+  m.dest = carved<std::int64_t>(pt, cb, kPtSymbolic, u ? kSymUmapDest : kSymLmapDest);
+  m.src = carved<int>(pt, cb, kPtSymbolic, u ? kSymUmapSrc : kSymLmapSrc);
+  m.row =
+      cb->s.scaling_on ? carved<int>(pt, cb, kPtSymbolic, u ? kSymUmapRow : kSymLmapRow) : nullptr;
+  return m;
+}
+
+// The factorization of row mnum; returns 0 or the member's flag.
+int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double phase_start) {
+  void **pt = c.pt;
+  ControlState &s = cb->s;
+  int *iparm = c.iparm;
+  const int n = s.neqns;
+
+  // A factorization must not change what analysis fixed: the fields it
+  // touches are taken back from this image afterwards.
+  const ControlState saved = s;
+  ip(iparm, 20) = 0;
+  if (ip(iparm, 40) > 0 && c.perm)
+    std::memcpy(c.perm, carved<int>(pt, cb, kPtSymbolic, kSymPerm), sizeof(int) * n);
+  rctl(cb, kRctlLogDet1) = 0.0;
+  rctl(cb, kRctlLogDet2) = 0.0;
+
+  FactorOptions opt;
+  opt.mtype = s.mtype;
+  opt.symmetric_pattern = s.symmetric_pattern;
+  opt.sequential = s.sequential;
+  opt.schur_size = s.schur_size;
+  opt.eps_exponent = s.eps_exponent;
+  opt.iparm21 = ip(iparm, 21);
+  opt.determinant = s.determinant;
+  opt.single_precision = s.single_precision;
+  opt.distributed = s.distributed;
+  opt.perm_mode = ip(iparm, 40);
+  opt.perm_out = c.perm;
+  opt.phase_start = phase_start;
+
+  MatrixInput in;
+  in.a = static_cast<const double *>(c.a);
+  in.ia = c.ia;
+  in.ja = c.ja;
+  in.scale = static_cast<const double *>(pt_slot(pt, kPtScaling));
+  in.scaling_on = in.scale ? s.scaling_on : 0;
+  in.perm = carved<int>(pt, cb, kPtSymbolic, kSymPerm);
+  in.q = s.mtype > 10 ? static_cast<const int *>(pt_slot(pt, kPtMatching)) : nullptr;
+  in.lmap = scatter_map(pt, cb, false);
+  if (stores_u(s.mtype)) in.umap = scatter_map(pt, cb, true);
+
+  int *ints = static_cast<int *>(pt_slot(pt, kPtPivotWork));
+  const std::int64_t nn = n, nt = factor_threads(cb);
+  FactorWork<void> w;
+  w.nthreads = static_cast<int>(nt);
+  w.indmap = ints;
+  w.relind = ints + nn * nt;
+  w.link = ints + 2 * nn * nt;
+  w.length = ints + 2 * nn * nt + nn;
+  w.temp = reinterpret_cast<char *>(ints) + align8(4 * factor_ints(cb));
+  w.tmpsiz = s.tmpsiz;
+  w.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
+  w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
+  std::memset(w.temp, 0, static_cast<std::size_t>(s.tmpsiz * nt * scalar_bytes(cb)));
+
+  const FactorView<void> f = factor_view<void>(pt, cb, row);
+  FactorScalars sc;
+  const int status = FACTOR_SHELL_VELMORA(opt, f, in, w, cb->rctl, cb->timer_flags, &sc);
+  s = saved;
+  s.perturbed_pivots = sc.perturbed;
+  s.inertia_pos = sc.npos;
+  s.inertia_neg = sc.nneg;
+  row[kRowFactored] = status == 0 ? 1 : 0;
+  if (status == 0 && (s.mtype == 2 || s.mtype == 4) && sc.npos == 0 && sc.nneg == 0)
+    s.inertia_pos = n - s.schur_size;  // every pivot of a Cholesky factor is positive
+  return status;
+}
+
+int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
+  void **pt = c.pt;
+  const SolveInput in = solve_input(c, cb, pt);
+  const SolveWorkSize sz = solve_work_size(in);
+  char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
+  int *ints = reinterpret_cast<int *>(base);
+  double *scalars = reinterpret_cast<double *>(base + align8(4 * sz.starts));
+  const SolveWork<double> w = solve_work_carve<double>(sz, scalars, ints);
+  const FactorView<double> f = factor_view<double>(pt, cb, row);
+  int error = 0;
+  const double t0 = omp_get_wtime();
+  SOLVE_VELMORA<double>(f, in, static_cast<double *>(c.b), static_cast<double *>(c.x), w, &error);
+  rctl(cb, kRctlTimers + kTimeSolve) += omp_get_wtime() - t0;
+  cb->timer_flags[kTimeSolve] |= 1;
+  return error;
+}
+
+}  // namespace
+
+std::int64_t factor_row_bytes(const ControlBlock *cb) {
+  return row_layout(cb).bytes;
+}
+
+std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool factor,
+                                bool solve_too) {
+  std::int64_t bytes = 8;
+  if (factor)
+    bytes = std::max(bytes, align8(4 * factor_ints(cb)) +
+                                cb->s.tmpsiz * factor_threads(cb) * scalar_bytes(cb) + 8);
+  if (solve_too) {
+    const SolveWorkSize sz = solve_work_size(solve_input(c, cb, c.pt));
+    bytes = std::max(bytes, align8(4 * sz.starts) + sz.scalars() * scalar_bytes(cb) + 8);
+  }
+  return bytes;
+}
+
+int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
+  const int phase = *c.phase;
+  std::intptr_t *row = factor_row(c.pt, *c.mnum);
+  const double phase_start = omp_get_wtime();
+  // Only the real symmetric positive definite family exists in this build.
+  if (cb->s.mtype != 2 || cb->s.single_precision != 0) {
+    *stage = -1;
+    return kCodeNotAvailable;
+  }
+  if (phase < 30) {
+    const int status = factorize(c, cb, row, phase_start);
+    if (status == kFactorNotAvailable) {
+      *stage = -1;
+      return kCodeNotAvailable;
+    }
+    if (status != 0) {
+      *stage = -4;
+      return status;
+    }
+  }
+  if (phase % 10 != 3) return 0;
+  if (row[kRowFactored] != 1) {
+    *stage = -1;
+    return 10000;  // a solve with no factorization in this row
+  }
+  const int error = solve(c, cb, row);
+  if (error != 0) {
+    *stage = -1;
+    return kCodeNotAvailable;
+  }
+  return 0;
+}
+
+}  // namespace vm
