@@ -1068,7 +1068,7 @@ TEST(InputCheck, OrderingAcceptedWithPanelWidth) {
   const std::string out = s.Captured(22);
   EXPECT_EQ(s.error, -1);
   EXPECT_TRUE(HasLine(out, "*** error velmora: clean impossible (ido?)"));
-  EXPECT_EQ(out.find("preprocessing"), std::string::npos) << out;
+  EXPECT_EQ(out.find("*** Input check: preprocessing"), std::string::npos) << out;
   s.Release();
 }
 

@@ -21,11 +21,6 @@ namespace vm {
 
 namespace {
 
-void add_time(ControlBlock *cb, int timer, double seconds) {
-  rctl(cb, kRctlTimers + timer) += seconds;
-  cb->timer_flags[timer] |= 1;
-}
-
 int largest_power_of_two_at_most(int v) {
   int p = 1;
   while (p <= v / 2) p *= 2;

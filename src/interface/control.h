@@ -219,6 +219,7 @@ struct ControlBlock {
   double rctl[kRctlSize];               // zeroed at each analysis
   std::intptr_t offsets[kOffsetWords];  // sentinel at each analysis
   std::int32_t timer_flags[kTimers];    // bit 0: the timer ran in this call
+  double call_start;  // wall clock at the start of this call
   // Kept over analyses: memory accounting and the factor table's true size.
   std::int32_t factor_rows;  // rows allocated in the factor table
   std::int64_t mem_kb;       // running kilobyte counter of the groups held
@@ -232,6 +233,14 @@ static_assert(sizeof(ControlBlock) <= kControlBlockBytes, "control block outgrew
 
 inline double &rctl(ControlBlock *cb, int k) {
   return cb->rctl[k - 1];
+}
+
+// Adds seconds to a timer of the report: the first addition in a call
+// replaces what an earlier call left, later ones accumulate.
+inline void add_time(ControlBlock *cb, int timer, double seconds) {
+  double &t = cb->rctl[kRctlTimers + timer - 1];
+  t = (cb->timer_flags[timer] & 1) ? t + seconds : seconds;
+  cb->timer_flags[timer] |= 1;
 }
 
 // Array `k` carved from the group in handle slot `slot`.

@@ -126,8 +126,7 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
       carved<int>(pt, cb, kPtSymbolicWork, kS2UpdNext),
       carved<int>(pt, cb, kPtSymbolicWork, kS2Nmod), &counts,
       carved<int>(pt, cb, kPtSymbolicWork, kS2Work));
-  rctl(cb, kRctlTimers + kTimeSymbFct) += omp_get_wtime() - t0;
-  cb->timer_flags[kTimeSymbFct] |= 1;
+  add_time(cb, kTimeSymbFct, omp_get_wtime() - t0);
   if (status != 0) {
     *stage = -3;
     return status;

@@ -202,8 +202,7 @@ int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
   int error = 0;
   const double t0 = omp_get_wtime();
   SOLVE_VELMORA<double>(f, in, static_cast<double *>(c.b), static_cast<double *>(c.x), w, &error);
-  rctl(cb, kRctlTimers + kTimeSolve) += omp_get_wtime() - t0;
-  cb->timer_flags[kTimeSolve] |= 1;
+  add_time(cb, kTimeSolve, omp_get_wtime() - t0);
   return error;
 }
 

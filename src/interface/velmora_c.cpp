@@ -7,6 +7,8 @@
 // and the end of the call with its counters and failure report.
 #include "interface/velmora_c.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,7 @@
 #include "interface/memory.h"
 #include "interface/numeric_driver.h"
 #include "interface/numeric_stage.h"
+#include "interface/statistics.h"
 #include "velmora_smat.h"
 
 namespace vm {
@@ -290,6 +293,7 @@ void finish_call(const CallArgs &c, ControlBlock *cb, Failure f) {
       report_failure(f, cb, iparm, phase);
     }
   }
+  if (level > 0 && cb && (phase > 0 || result == 0)) report_statistics(c, cb, 0);
   if (cb) {
     cb->s.internal_error = f.code;
     if (phase >= 0) cb->s.internal_error = 0;
@@ -337,6 +341,7 @@ int VELMORA_CCC(const CallArgs &c) {
   int *iparm = c.iparm;
   const int phase = *c.phase;
   const int level = message_level(c.msglvl);
+  const double call_start = omp_get_wtime();
   ip(iparm, 50) = 0;
   *c.error = 0;
   Failure f;
@@ -388,7 +393,6 @@ int VELMORA_CCC(const CallArgs &c) {
       f = Failure{-1, kCodeWrongMatrixNumber, mnum};
     } else {
       release_factor_row(pt, mnum);
-      if (level > 0) report_line(" L&U for matrix number %d deleted", mnum);
     }
     finish_call(c, cb, f);
     return f.code;
@@ -402,8 +406,7 @@ int VELMORA_CCC(const CallArgs &c) {
       group_release(&pt_slot(pt, kPtFactors));
       group_release(&pt_slot(pt, kPtControl));
       call_count(pt) = 0;
-      if (level > 0)
-        report_line(" cleaned memory, deleted number of L&U-factorizations: %d", released);
+      if (level > 0) report_statistics(c, nullptr, released);
       return 0;
     }
     if (*c.maxfct > cb->factor_rows) {
@@ -418,6 +421,9 @@ int VELMORA_CCC(const CallArgs &c) {
     }
     reset_control(c, cb);
   }
+
+  for (auto &flag : cb->timer_flags) flag = 0;
+  cb->call_start = call_start;
 
   // The nonzero count: taken from ia by analysis and factorization, the
   // stored one by a solve, so that ia need not be valid in a solve.
