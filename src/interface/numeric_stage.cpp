@@ -229,8 +229,8 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
   const int phase = *c.phase;
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   const double phase_start = omp_get_wtime();
-  // Only the real symmetric positive definite family exists in this build.
-  if (cb->s.mtype != 2 || cb->s.single_precision != 0) {
+  // Complex and single-precision factors are not part of this build.
+  if (cb->s.complex_factor != 1 || cb->s.single_precision != 0) {
     *stage = -1;
     return kCodeNotAvailable;
   }
