@@ -86,6 +86,12 @@ extern "C" {
   E(12, velmorainit, VELMORAINIT, void,                                                            \
     (void **pt, const int *mtype, const int *solver, int *iparm, double *dparm, int *error),       \
     (pt, mtype, solver, iparm, dparm, error))                                                      \
+  /* y = A x, the 2-norms of b and y - b: mtype -2, 2, 11 real, 6, 13 complex; other types */      \
+  /* print a message and end the program */                                                        \
+  E(12, velmora_residual, VELMORA_RESIDUAL, void,                                                  \
+    (const int *mtype, const int *n, const void *a, const int *ia, const int *ja, const void *b,   \
+     const void *x, void *y, double *normb, double *normr),                                        \
+    (mtype, n, a, ia, ja, b, x, y, normb, normr))                                                  \
   /* symbols whose presence a caller may test for; they do nothing */                              \
   E(4, velmora_exist_parallel, VELMORA_EXIST_PARALLEL, void, (void), ())                           \
   E(4, velmora_ipopt_newinterface, VELMORA_IPOPT_NEWINTERFACE, void, (void), ())                   \

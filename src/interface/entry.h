@@ -29,6 +29,10 @@ void velmora_printstats(const int *mtype, const int *n, const void *a, const int
 void velmora_printstats_z(const int *mtype, const int *n, const void *a, const int *ia,
                           const int *ja, const int *nrhs, const void *b, int *error);
 
+// y = A x with the 2-norms of b and y - b (src/solve/residual.cpp).
+void velmora_residual(const int *mtype, const int *n, const void *a, const int *ia, const int *ja,
+                      const void *b, const void *x, void *y, double *normb, double *normr);
+
 }  // namespace vm::entry
 
 #endif  // VELMORA_INTERFACE_ENTRY_H
