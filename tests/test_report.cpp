@@ -32,7 +32,7 @@ struct Session {
   }
   ~Session() {
     msglvl = 0;
-    call(-1);
+    if (pt[1] != nullptr) call(-1);  // -1 on an empty handle would mark it
   }
   std::string call(int phase) {
     testing::internal::CaptureStdout();

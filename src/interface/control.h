@@ -129,8 +129,9 @@ struct ControlState {
   std::int64_t symbolic_bytes;  // size of the symbolic block pt(8)
   std::int64_t lmap_count;      // entries of the scatter maps
   std::int64_t umap_count;
-  std::int64_t work_bytes;  // size of the work group pt(10)
-  double flops;             // of one numeric factorization
+  std::int64_t work_bytes;    // size of the work group pt(10)
+  std::int64_t refine_bytes;  // size of the refinement group pt(11)
+  double flops;               // of one numeric factorization
 };
 
 // rctl slots (one-based).
@@ -219,7 +220,7 @@ struct ControlBlock {
   double rctl[kRctlSize];               // zeroed at each analysis
   std::intptr_t offsets[kOffsetWords];  // sentinel at each analysis
   std::int32_t timer_flags[kTimers];    // bit 0: the timer ran in this call
-  double call_start;  // wall clock at the start of this call
+  double call_start;                    // wall clock at the start of this call
   // Kept over analyses: memory accounting and the factor table's true size.
   std::int32_t factor_rows;  // rows allocated in the factor table
   std::int64_t mem_kb;       // running kilobyte counter of the groups held

@@ -16,6 +16,7 @@
 #include "factor/factor_args.h"
 #include "factor/factor_shell.h"
 #include "interface/report_error.h"
+#include "solve/refine.h"
 #include "solve/solve.h"
 
 namespace vm {
@@ -190,8 +191,12 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   return status;
 }
 
+// The solve of phase 33 with its refinement: the refinement loop runs the
+// first solve itself and then corrects, when it is asked for or pivots
+// were perturbed, in the work group pt(11).
 int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
   void **pt = c.pt;
+  ControlState &s = cb->s;
   const SolveInput in = solve_input(c, cb, pt);
   const SolveWorkSize sz = solve_work_size(in);
   char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
@@ -199,11 +204,26 @@ int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
   double *scalars = reinterpret_cast<double *>(base + align8(4 * sz.starts));
   const SolveWork<double> w = solve_work_carve<double>(sz, scalars, ints);
   const FactorView<double> f = factor_view<double>(pt, cb, row);
-  int error = 0;
+  auto substitute = [&](const double *rhs, double *out) {
+    SolveInput one = in;
+    one.to_b = rhs == out ? 1 : 0;
+    int error = 0;
+    SOLVE_VELMORA<double>(f, one, const_cast<double *>(rhs), out, w, &error);
+    return error;
+  };
+  const RefineSettings rs =
+      refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed, s.perturbed_pivots,
+                      in.nthreads, c.msglvl && *c.msglvl != 0 ? 1 : 0);
+  const RefineMatrix<double> m{c.ia, c.ja, static_cast<const double *>(c.a)};
+  double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
   const double t0 = omp_get_wtime();
-  SOLVE_VELMORA<double>(f, in, static_cast<double *>(c.b), static_cast<double *>(c.x), w, &error);
+  const RefineResult rr =
+      REFINE_VELMORA<double>(rs, m, static_cast<double *>(c.b), static_cast<double *>(c.x), work,
+                             work ? s.refine_bytes / 8 : 0, substitute);
   add_time(cb, kTimeSolve, omp_get_wtime() - t0);
-  return error;
+  s.refine_steps = rr.steps;
+  if (rr.iparm20 != 0) ip(c.iparm, 20) = rr.iparm20;
+  return rr.error;
 }
 
 }  // namespace
@@ -223,6 +243,23 @@ std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool 
     bytes = std::max(bytes, align8(4 * sz.starts) + sz.scalars() * scalar_bytes(cb) + 8);
   }
   return bytes;
+}
+
+std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  const SolveInput in = solve_input(c, cb, c.pt);
+  const RefineSettings rs = refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed,
+                                            s.perturbed_pivots, in.nthreads, 0);
+  if (!refine_enabled(rs)) return 0;
+  // complex_factor * nrhs * (n*m + 2*nthreads) doubles, m = 2, or 3 with
+  // residuals in extended precision, 5 when the product also needs
+  // accumulators of its own (symmetric or transposed); at least what runs
+  // the products on the full team.
+  const int ext = ip(c.iparm, 8) < 0;
+  const int m = !ext ? 2 : (s.symmetric_pattern == 1 || s.transposed == 1) ? 5 : 3;
+  const std::int64_t formula = std::int64_t{s.complex_factor} * in.nrhs *
+                               (std::int64_t{in.n} * m + 2 * std::int64_t{in.nthreads});
+  return 8 * std::max(formula, refine_work_doubles(rs));
 }
 
 int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
@@ -251,9 +288,13 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
     return 10000;  // a solve with no factorization in this row
   }
   const int error = solve(c, cb, row);
-  if (error != 0) {
+  if (error == kSolveTypeNotAvailable) {
     *stage = -1;
     return kCodeNotAvailable;
+  }
+  if (error != 0) {
+    *stage = -4;  // refinement did not contract, or its work was short
+    return error;
   }
   return 0;
 }

@@ -25,6 +25,10 @@ std::int64_t factor_row_bytes(const ControlBlock *cb);
 // nrhs right-hand sides when it solves.
 std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool factor, bool solve);
 
+// Bytes of the refinement group pt(11) for a solve of this call; 0 when no
+// refinement runs.
+std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb);
+
 // Stage 4: factorization for phase below 30, then the solve for phase
 // ending in 3.  Returns 0 or a code; *stage receives the result class.
 int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage);

@@ -212,6 +212,21 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return 0;
 }
 
+// Makes the work group pt(10) hold at least `bytes`.
+int grow_work(const CallArgs &c, ControlBlock *cb, std::int64_t bytes, Failure *f) {
+  if (has_block(c.pt, kPtPivotWork) && cb->s.work_bytes >= bytes) return 0;
+  group_release(&pt_slot(c.pt, kPtPivotWork));
+  cb->s.work_bytes = 0;
+  const int code = group_alloc(cb, &pt_slot(c.pt, kPtPivotWork), bytes, -1200);
+  if (code != 0) {
+    *f = Failure{-2, code};
+    f->bytes = bytes;
+    return code;
+  }
+  cb->s.work_bytes = bytes;
+  return 0;
+}
+
 // Numeric work: the factor block of row mnum and the work group, then
 // stage 4.  Counters of the factorization go to iparm.
 int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
@@ -242,28 +257,47 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
       row[kRowFactored] = 0;
     }
   }
-  const std::int64_t work = numeric_work_bytes(c, cb, factor, solve);
-  if (!has_block(pt, kPtPivotWork) || cb->s.work_bytes < work) {
-    group_release(&pt_slot(pt, kPtPivotWork));
-    cb->s.work_bytes = 0;
-    const int code = group_alloc(cb, &pt_slot(pt, kPtPivotWork), work, -1200);
-    if (code != 0) {
-      *f = Failure{-2, code};
-      f->bytes = work;
-      return f->result;
+  // The factorization runs first, on its own; then the solve with its
+  // refinement, whose right-hand side lives in pt(11) only.
+  int code = 0, st = kStageNumeric;
+  if (factor) {
+    if (grow_work(c, cb, numeric_work_bytes(c, cb, true, false), f) != 0) return f->result;
+    int factor_phase = phase / 10 * 10 + 2;
+    CallArgs cf = c;
+    cf.phase = &factor_phase;
+    code = NUMERIC_DRIVER_VELMORA(cf, cb, &st);
+    ip(iparm, 14) = cb->s.perturbed_pivots;
+    ip(iparm, 22) = cb->s.inertia_pos;
+    ip(iparm, 23) = cb->s.inertia_neg;
+    if (cb->s.determinant == 1 && c.dparm) {
+      c.dparm[32] = rctl(cb, kRctlLogDet2);
+      if (cb->s.complex_factor == 2) c.dparm[31] = rctl(cb, kRctlLogDet1);
     }
-    cb->s.work_bytes = work;
   }
-
-  int st = kStageNumeric;
-  const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
-  ip(iparm, 14) = cb->s.perturbed_pivots;
-  ip(iparm, 22) = cb->s.inertia_pos;
-  ip(iparm, 23) = cb->s.inertia_neg;
-  ip(iparm, 7) = cb->s.refine_steps;
-  if (factor && cb->s.determinant == 1 && c.dparm) {
-    c.dparm[32] = rctl(cb, kRctlLogDet2);
-    if (cb->s.complex_factor == 2) c.dparm[31] = rctl(cb, kRctlLogDet1);
+  if (code == 0 && solve) {
+    if (phase == 33) {
+      // A caller may declare the factor perturbed so that the solve refines.
+      if (ip(iparm, 14) > 0) cb->s.perturbed_pivots = ip(iparm, 14);
+    }
+    if (grow_work(c, cb, numeric_work_bytes(c, cb, false, true), f) != 0) return f->result;
+    const std::int64_t refine = refine_work_bytes(c, cb);
+    if (refine > 0) {
+      const int failed = group_alloc(cb, &pt_slot(pt, kPtRefineWork), refine, -1300);
+      if (failed != 0) {
+        *f = Failure{-2, failed};
+        f->bytes = refine;
+        return f->result;
+      }
+      cb->s.refine_bytes = refine;
+    }
+    int solve_phase = 33;
+    CallArgs cs = c;
+    cs.phase = &solve_phase;
+    st = kStageNumeric;
+    code = NUMERIC_DRIVER_VELMORA(cs, cb, &st);
+    group_release(&pt_slot(pt, kPtRefineWork));
+    cb->s.refine_bytes = 0;
+    ip(iparm, 7) = cb->s.refine_steps;
   }
   if (code == kCodeNotAvailable) {
     *f = Failure{-1, kCodeNotAvailable, 0, 0, factor ? "numerical factorization" : "solve"};
