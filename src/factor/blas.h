@@ -72,6 +72,38 @@ void xerbla_(const char *, const int *, std::size_t);
 void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
 void zgetrf_(const int *, const int *, void *, const int *, int *, int *);
 void cgetrf_(const int *, const int *, void *, const int *, int *, int *);
+
+// Level 1 and 2 routines of the pivoting kernels.
+void dger_(const int *, const int *, const double *, const double *, const int *, const double *,
+           const int *, double *, const int *);
+void sger_(const int *, const int *, const float *, const float *, const int *, const float *,
+           const int *, float *, const int *);
+void zgeru_(const int *, const int *, const void *, const void *, const int *, const void *,
+            const int *, void *, const int *);
+void cgeru_(const int *, const int *, const void *, const void *, const int *, const void *,
+            const int *, void *, const int *);
+void dsyr_(const char *, const int *, const double *, const double *, const int *, double *,
+           const int *);
+void ssyr_(const char *, const int *, const float *, const float *, const int *, float *,
+           const int *);
+void zsyr_(const char *, const int *, const void *, const void *, const int *, void *, const int *);
+void csyr_(const char *, const int *, const void *, const void *, const int *, void *, const int *);
+void zher_(const char *, const int *, const double *, const void *, const int *, void *,
+           const int *);
+void cher_(const char *, const int *, const float *, const void *, const int *, void *,
+           const int *);
+void dscal_(const int *, const double *, double *, const int *);
+void sscal_(const int *, const float *, float *, const int *);
+void zscal_(const int *, const void *, void *, const int *);
+void cscal_(const int *, const void *, void *, const int *);
+void dswap_(const int *, double *, const int *, double *, const int *);
+void sswap_(const int *, float *, const int *, float *, const int *);
+void zswap_(const int *, void *, const int *, void *, const int *);
+void cswap_(const int *, void *, const int *, void *, const int *);
+int idamax_(const int *, const double *, const int *);
+int isamax_(const int *, const float *, const int *);
+int izamax_(const int *, const void *, const int *);
+int icamax_(const int *, const void *, const int *);
 }
 
 namespace vm::blas {
@@ -232,6 +264,97 @@ constexpr char type_letter_upper() {
     return 'Z';
   } else {
     return 'C';
+  }
+}
+
+// A := alpha x y^T + A (complex types: no conjugation)
+template <class T>
+void ger(int m, int n, T alpha, const T *x, int incx, const T *y, int incy, T *a, int lda) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else {
+    cgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  }
+}
+
+// A := alpha x x^T + A, one triangle (complex types: no conjugation)
+template <class T>
+void syr(char uplo, int n, T alpha, const T *x, int incx, T *a, int lda) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dsyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else if constexpr (std::is_same_v<T, float>) {
+    ssyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zsyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else {
+    csyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  }
+}
+
+// A := alpha x x^H + A with real alpha, one triangle; syr on real types.
+template <class T>
+void her(char uplo, int n, real_of<T> alpha, const T *x, int incx, T *a, int lda) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dsyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else if constexpr (std::is_same_v<T, float>) {
+    ssyr_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zher_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  } else {
+    cher_(&uplo, &n, &alpha, x, &incx, a, &lda);
+  }
+}
+
+// x := alpha x
+template <class T>
+void scal(int n, T alpha, T *x, int incx) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dscal_(&n, &alpha, x, &incx);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sscal_(&n, &alpha, x, &incx);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zscal_(&n, &alpha, x, &incx);
+  } else {
+    cscal_(&n, &alpha, x, &incx);
+  }
+}
+
+// x <-> y
+template <class T>
+void swap(int n, T *x, int incx, T *y, int incy) {
+  if (n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dswap_(&n, x, &incx, y, &incy);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sswap_(&n, x, &incx, y, &incy);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zswap_(&n, x, &incx, y, &incy);
+  } else {
+    cswap_(&n, x, &incx, y, &incy);
+  }
+}
+
+// Zero-based position of the first entry of largest magnitude among n
+// entries of x (|re| + |im| on complex types); 0 when n < 1.
+template <class T>
+int iamax(int n, const T *x, int incx) {
+  if (n <= 0) return 0;
+  if constexpr (std::is_same_v<T, double>) {
+    return idamax_(&n, x, &incx) - 1;
+  } else if constexpr (std::is_same_v<T, float>) {
+    return isamax_(&n, x, &incx) - 1;
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    return izamax_(&n, x, &incx) - 1;
+  } else {
+    return icamax_(&n, x, &incx) - 1;
   }
 }
 

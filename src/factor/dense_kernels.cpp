@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
 #include "factor/blas.h"
 #include "factor/scalar_traits.h"
@@ -136,5 +137,477 @@ template void dpotf2_logdet<double>(char, int, double *, int, int *, double *);
 template void dpotf2_logdet<float>(char, int, float *, int, int *, double *);
 template void dpotf2_logdet<zcomplex>(char, int, zcomplex *, int, int *, double *);
 template void dpotf2_logdet<ccomplex>(char, int, ccomplex *, int, int *, double *);
+
+// ---- LDL^T kernels ---------------------------------------------------------
+
+namespace {
+
+// Replacement of a small pivot when eps is 0 (1e-8, 0x3E45798EE2308C3A).
+constexpr double kDefaultPivot = 1e-8;
+
+// (1 + sqrt(17)) / 8: the Bunch-Kaufman bound that balances the growth of
+// a 1x1 and a 2x2 step.
+constexpr double kBunchKaufmanAlpha = 0.6403882032022076;
+
+inline double replacement_value(double eps) {
+  return eps != 0.0 ? std::fabs(eps) : kDefaultPivot;
+}
+
+// Magnitude used by the pivot searches: |re| + |im| on complex types, as
+// the math library's index-of-maximum routines measure it.
+template <class T>
+inline real_of<T> cabs1(T v) {
+  if constexpr (scalar_traits<T>::is_complex) {
+    return std::abs(v.real()) + std::abs(v.imag());
+  } else {
+    return std::abs(v);
+  }
+}
+
+template <bool kConj, class T>
+inline T conj_if(T v) {
+  if constexpr (kConj) {
+    return conj_of(v);
+  } else {
+    return v;
+  }
+}
+
+// Column-major element access with a 64-bit stride.
+template <class T>
+struct Block {
+  T *p;
+  std::ptrdiff_t ld;
+  T &operator()(int i, int j) const { return p[i + j * ld]; }
+};
+
+// The replacement of pivot p: -value when p is negative, +value otherwise
+// (an exact zero takes the positive sign).
+template <class T>
+inline T replaced_pivot(T p, real_of<T> value) {
+  return real_part(p) < 0 ? T(-value) : T(value);
+}
+
+// Counts a pivot by the sign of s (the pivot or its reciprocal).
+template <class T>
+inline void count_sign(T s, int *npos, int *nneg) {
+  if (real_part(s) < 0) {
+    ++*nneg;
+  } else {
+    ++*npos;
+  }
+}
+
+template <class T>
+void getf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                   int *nneg, double eps, double *logdet) {
+  using R = real_of<T>;
+  *info = 0;
+  if (m < 0) {
+    *info = -1;
+  } else if (n < 0) {
+    *info = -2;
+  } else if (lda < (m > 1 ? m : 1)) {
+    *info = -4;
+  }
+  if (*info != 0) {
+    blas::xerbla(KernelName<T>("GETF2").text, -*info);
+    return;
+  }
+  const R value = static_cast<R>(replacement_value(eps));
+  const Block<T> A{a, lda};
+  const int mn = m < n ? m : n;
+  for (int k = 0; k < mn; ++k) {
+    // Largest remaining diagonal magnitude; a later equal one wins.
+    int kp = k;
+    R best = 0;
+    for (int j = k; j < mn; ++j) {
+      const R v = abs_of(A(j, j));
+      if (v >= best) {
+        best = v;
+        kp = j;
+      }
+    }
+    ipiv[k] = kp + 1;
+    if (kp != k) {  // rows, then columns, over the whole block
+      blas::swap<T>(n, &A(k, 0), lda, &A(kp, 0), lda);
+      blas::swap<T>(m, &A(0, k), 1, &A(0, kp), 1);
+    }
+    T p = A(k, k);
+    if (eps >= static_cast<double>(abs_of(p))) {
+      ++*npert;
+      p = replaced_pivot(p, value);
+      A(k, k) = p;
+    }
+    count_sign(p, npos, nneg);
+    if (logdet != nullptr) *logdet += std::log(static_cast<double>(abs_of(p)));
+    if (k < m - 1) blas::scal<T>(m - k - 1, T(1) / p, &A(k + 1, k), 1);
+    if (k < mn - 1) {
+      blas::ger<T>(m - k - 1, n - k - 1, T(-1), &A(k + 1, k), 1, &A(k, k + 1), lda,
+                   &A(k + 1, k + 1), lda);
+    }
+  }
+}
+
+// Name of the symmetric kernels: "DSYTF2", or "ZHETF2" for the Hermitian form.
+template <class T, bool kHermitian>
+KernelName<T> sym_name(const char *sy, const char *he) {
+  return KernelName<T>(kHermitian && scalar_traits<T>::is_complex ? he : sy);
+}
+
+// Exchange of row and column kk with kp (kp > kk) in the trailing lower
+// triangle, and in a 2x2 step of a(k+1, k) with a(kp, k).
+template <class T, bool kHermitian>
+void sym_interchange(const Block<T> &A, int n, int k, int kk, int kp, int kstep) {
+  if (kp < n - 1) blas::swap<T>(n - kp - 1, &A(kp + 1, kk), 1, &A(kp + 1, kp), 1);
+  if constexpr (kHermitian) {
+    for (int j = kk + 1; j < kp; ++j) {
+      const T t = conj_of(A(j, kk));
+      A(j, kk) = conj_of(A(kp, j));
+      A(kp, j) = t;
+    }
+    A(kp, kk) = conj_of(A(kp, kk));
+    const real_of<T> r = real_part(A(kk, kk));
+    A(kk, kk) = T(real_part(A(kp, kp)));
+    A(kp, kp) = T(r);
+    if (kstep == 2) A(k, k) = T(real_part(A(k, k)));
+  } else {
+    blas::swap<T>(kp - kk - 1, &A(kk + 1, kk), 1, &A(kp, kk + 1), A.ld);
+    std::swap(A(kk, kk), A(kp, kp));
+  }
+  if (kstep == 2) std::swap(A(k + 1, k), A(kp, k));
+}
+
+// A 2x2 pivot on columns k, k+1: inertia, log-determinant, and (when rows
+// remain below) the rank-two update of the trailing triangle with the new
+// multipliers, in the form of the LAPACK routines' lower branch.
+template <class T, bool kHermitian>
+void sym_pivot2(const Block<T> &A, int n, int k, int *npos, int *nneg, double *logdet) {
+  using R = real_of<T>;
+  const T a11 = A(k, k), a22 = A(k + 1, k + 1), a21 = A(k + 1, k);
+  if constexpr (kHermitian) {
+    const R d = std::abs(a21);
+    const R d11 = real_part(a22) / d, d22 = real_part(a11) / d;
+    const R tt = R(1) / (d11 * d22 - R(1));
+    if (tt > 0) {
+      *(real_part(a11) > 0 && real_part(a22) > 0 ? npos : nneg) += 2;
+    } else {
+      ++*npos;
+      ++*nneg;
+    }
+    if (logdet != nullptr) {
+      *logdet += std::log(std::abs(static_cast<double>(real_part(a11) * real_part(a22) - d * d)));
+    }
+    if (k >= n - 2) return;
+    const T d21 = a21 / d;
+    const R dd = tt / d;
+    for (int j = k + 2; j < n; ++j) {
+      const T wk = dd * (d11 * A(j, k) - d21 * A(j, k + 1));
+      const T wkp1 = dd * (d22 * A(j, k + 1) - conj_of(d21) * A(j, k));
+      const T cwk = conj_of(wk), cwkp1 = conj_of(wkp1);
+      for (int i = j; i < n; ++i) A(i, j) -= A(i, k) * cwk + A(i, k + 1) * cwkp1;
+      A(j, k) = wk;
+      A(j, k + 1) = wkp1;
+      A(j, j) = T(real_part(A(j, j)));
+    }
+  } else {
+    const T d11 = a22 / a21, d22 = a11 / a21;
+    const T t = T(1) / (d11 * d22 - T(1));
+    if (real_part(t) > 0) {
+      *(real_part(a11) > 0 && real_part(a22) > 0 ? npos : nneg) += 2;
+    } else {
+      ++*npos;
+      ++*nneg;
+    }
+    if (logdet != nullptr) *logdet += std::log(static_cast<double>(abs_of(a11 * a22 - a21 * a21)));
+    if (k >= n - 2) return;
+    const T d21 = t / a21;
+    for (int j = k + 2; j < n; ++j) {
+      const T wk = d21 * (d11 * A(j, k) - A(j, k + 1));
+      const T wkp1 = d21 * (d22 * A(j, k + 1) - A(j, k));
+      for (int i = j; i < n; ++i) A(i, j) -= A(i, k) * wk + A(i, k + 1) * wkp1;
+      A(j, k) = wk;
+      A(j, k + 1) = wkp1;
+    }
+  }
+}
+
+template <class T, bool kHermitian>
+void sytf2_pert(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                int *nneg, double eps, double *logdet) {
+  using R = real_of<T>;
+  *info = 0;
+  if (uplo != 'L' && uplo != 'l') {
+    *info = -1;
+  } else if (n < 0) {
+    *info = -2;
+  } else if (lda < (n > 1 ? n : 1)) {
+    *info = -4;
+  }
+  if (*info != 0) {
+    blas::xerbla(sym_name<T, kHermitian>("SYTF2", "HETF2").text, -*info);
+    return;
+  }
+  const R alpha = static_cast<R>(kBunchKaufmanAlpha);
+  const R value = static_cast<R>(replacement_value(eps));
+  const Block<T> A{a, lda};
+  auto diag_abs = [](T v) { return kHermitian ? std::abs(real_part(v)) : cabs1(v); };
+  for (int k = 0; k < n;) {
+    int kstep = 1, kp = k;
+    const R absakk = diag_abs(A(k, k));
+    int imax = k;
+    R colmax = 0;
+    if (k < n - 1) {
+      imax = k + 1 + blas::iamax<T>(n - k - 1, &A(k + 1, k), 1);
+      colmax = cabs1(A(imax, k));
+    }
+    if (eps >= static_cast<double>(absakk > colmax ? absakk : colmax)) {
+      // Nothing usable in this column: the pivot is replaced, never paired.
+      ++*npert;
+      A(k, k) = replaced_pivot(A(k, k), value);
+    } else if (absakk < alpha * colmax) {
+      // Largest off-diagonal magnitude in row imax: left of the diagonal
+      // along the row, then down column imax.
+      int jmax = k + blas::iamax<T>(imax - k, &A(imax, k), lda);
+      R rowmax = cabs1(A(imax, jmax));
+      if (imax < n - 1) {
+        jmax = imax + 1 + blas::iamax<T>(n - imax - 1, &A(imax + 1, imax), 1);
+        const R v = cabs1(A(jmax, imax));
+        if (v > rowmax) rowmax = v;
+      }
+      if (absakk >= alpha * colmax * (colmax / rowmax)) {
+        // 1x1 on k without exchange
+      } else if (diag_abs(A(imax, imax)) >= alpha * rowmax) {
+        kp = imax;
+      } else {
+        kp = imax;
+        kstep = 2;
+      }
+    }
+    const int kk = k + kstep - 1;
+    if (kp != kk) {
+      sym_interchange<T, kHermitian>(A, n, k, kk, kp, kstep);
+    } else if constexpr (kHermitian) {
+      A(k, k) = T(real_part(A(k, k)));
+      if (kstep == 2) A(k + 1, k + 1) = T(real_part(A(k + 1, k + 1)));
+    }
+    if (kstep == 1) {
+      const T d = A(k, k);
+      if (logdet != nullptr) *logdet += std::log(static_cast<double>(abs_of(d)));
+      if (k == n - 1) {
+        count_sign(d, npos, nneg);
+      } else {
+        const T r = T(1) / d;
+        count_sign(r, npos, nneg);
+        if constexpr (kHermitian) {
+          blas::her<T>('L', n - k - 1, -real_part(r), &A(k + 1, k), 1, &A(k + 1, k + 1), lda);
+          blas::scal<T>(n - k - 1, T(real_part(r)), &A(k + 1, k), 1);
+        } else {
+          blas::syr<T>('L', n - k - 1, -r, &A(k + 1, k), 1, &A(k + 1, k + 1), lda);
+          blas::scal<T>(n - k - 1, r, &A(k + 1, k), 1);
+        }
+      }
+      ipiv[k] = kp + 1;
+    } else {
+      sym_pivot2<T, kHermitian>(A, n, k, npos, nneg, logdet);
+      ipiv[k] = ipiv[k + 1] = -(kp + 1);
+    }
+    k += kstep;
+  }
+}
+
+// Argument check of the solve stages; false when there is nothing to do.
+template <class T, bool kHermitian>
+bool sytrs_args(char uplo, int n, int nrhs, int lda, int ldb, int *info) {
+  *info = 0;
+  if (uplo != 'L' && uplo != 'l') {
+    *info = -1;
+  } else if (n < 0) {
+    *info = -2;
+  } else if (nrhs < 0) {
+    *info = -3;
+  } else if (lda < (n > 1 ? n : 1)) {
+    *info = -5;
+  } else if (ldb < (n > 1 ? n : 1)) {
+    *info = -8;
+  }
+  if (*info != 0) {
+    blas::xerbla(sym_name<T, kHermitian>("SYTRS", "HETRS").text, -*info);
+    return false;
+  }
+  return n > 0 && nrhs > 0;
+}
+
+// b(k, :) := b(k, :) / d for a 1x1 pivot d (real on the Hermitian form).
+template <class T, bool kHermitian>
+inline void solve_d1(const Block<const T> &A, int k, int nrhs, T *b, int ldb) {
+  if constexpr (kHermitian) {
+    blas::scal<T>(nrhs, T(real_of<T>(1) / real_part(A(k, k))), b + k, ldb);
+  } else {
+    blas::scal<T>(nrhs, T(1) / A(k, k), b + k, ldb);
+  }
+}
+
+// Rows k, k+1 of b through the 2x2 pivot on k, k+1, right-hand sides in
+// pairs.
+template <class T, bool kHermitian>
+inline void solve_d2(const Block<const T> &A, int k, int nrhs, T *b, std::ptrdiff_t ldb) {
+  const T akm1k = A(k + 1, k), c = conj_if<kHermitian>(akm1k);
+  const T akm1 = A(k, k) / c, ak = A(k + 1, k + 1) / akm1k;
+  const T denom = akm1 * ak - T(1);
+  int j = 0;
+  for (; j + 1 < nrhs; j += 2) {
+    T *b0 = b + j * ldb + k, *b1 = b0 + ldb;
+    const T p0 = b0[0] / c, q0 = b0[1] / akm1k, p1 = b1[0] / c, q1 = b1[1] / akm1k;
+    b0[0] = (ak * p0 - q0) / denom;
+    b0[1] = (akm1 * q0 - p0) / denom;
+    b1[0] = (ak * p1 - q1) / denom;
+    b1[1] = (akm1 * q1 - p1) / denom;
+  }
+  if (j < nrhs) {
+    T *b0 = b + j * ldb + k;
+    const T p0 = b0[0] / c, q0 = b0[1] / akm1k;
+    b0[0] = (ak * p0 - q0) / denom;
+    b0[1] = (akm1 * q0 - p0) / denom;
+  }
+}
+
+// The upward walk of the solve: interchanges and L^-1, and with kWithD
+// the D solve of each pivot as it is passed.
+template <class T, bool kHermitian, bool kWithD>
+void sytrs_forward(int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb, int base) {
+  const Block<const T> A{a, lda};
+  for (int k = 0; k < n;) {
+    if (ipiv[k] > 0) {
+      const int kp = ipiv[k] - 1 - base;
+      if (kp != k) blas::swap<T>(nrhs, b + k, ldb, b + kp, ldb);
+      if (k < n - 1) {
+        blas::ger<T>(n - k - 1, nrhs, T(-1), &A(k + 1, k), 1, b + k, ldb, b + k + 1, ldb);
+      }
+      if (kWithD) solve_d1<T, kHermitian>(A, k, nrhs, b, ldb);
+      k += 1;
+    } else {
+      const int kp = -ipiv[k] - 1 - base;
+      if (kp != k + 1) blas::swap<T>(nrhs, b + k + 1, ldb, b + kp, ldb);
+      if (k < n - 2) {
+        blas::ger<T>(n - k - 2, nrhs, T(-1), &A(k + 2, k), 1, b + k, ldb, b + k + 2, ldb);
+        blas::ger<T>(n - k - 2, nrhs, T(-1), &A(k + 2, k + 1), 1, b + k + 1, ldb, b + k + 2, ldb);
+      }
+      if (kWithD) solve_d2<T, kHermitian>(A, k, nrhs, b, ldb);
+      k += 2;
+    }
+  }
+}
+
+// b(k, :) -= column a(k+1.., k)^T (^H on the Hermitian form) b(k+1.., :)
+template <class T, bool kHermitian>
+inline void sub_dot(int len, int nrhs, const T *col, const T *below, T *bk, int ldb) {
+  if constexpr (kHermitian) {
+    for (int j = 0; j < nrhs; ++j) {
+      const T *bj = below + static_cast<std::ptrdiff_t>(j) * ldb;
+      T s = T(0);
+      for (int i = 0; i < len; ++i) s += conj_of(col[i]) * bj[i];
+      bk[static_cast<std::ptrdiff_t>(j) * ldb] -= s;
+    }
+  } else {
+    blas::gemv<T>('T', len, nrhs, T(-1), below, ldb, col, 1, T(1), bk, ldb);
+  }
+}
+
+}  // namespace
+
+template <class T>
+void dgetf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                    int *nneg, double eps) {
+  getf2_diagpiv(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, nullptr);
+}
+
+template <class T>
+void dgetf2_diagpiv_logdet(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                           int *nneg, double eps, double *logdet) {
+  getf2_diagpiv(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
+}
+
+template <class T, bool kHermitian>
+void dsytf2_pert(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                 int *nneg, double eps) {
+  sytf2_pert<T, kHermitian>(uplo, n, a, lda, ipiv, info, npert, npos, nneg, eps, nullptr);
+}
+
+template <class T, bool kHermitian>
+void dsytf2_pert_logdet(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *npert,
+                        int *npos, int *nneg, double eps, double *logdet) {
+  sytf2_pert<T, kHermitian>(uplo, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
+}
+
+template <class T, bool kHermitian>
+void dsytrs_half(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                 int *info) {
+  if (!sytrs_args<T, kHermitian>(uplo, n, nrhs, lda, ldb, info)) return;
+  sytrs_forward<T, kHermitian, true>(n, nrhs, a, lda, ipiv, b, ldb, 0);
+}
+
+template <class T, bool kHermitian>
+void dsytrs_fwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                int *info, int ipiv_base) {
+  if (!sytrs_args<T, kHermitian>(uplo, n, nrhs, lda, ldb, info)) return;
+  sytrs_forward<T, kHermitian, false>(n, nrhs, a, lda, ipiv, b, ldb, ipiv_base);
+}
+
+template <class T, bool kHermitian>
+void dsytrs_diag(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                 int *info) {
+  if (!sytrs_args<T, kHermitian>(uplo, n, nrhs, lda, ldb, info)) return;
+  const Block<const T> A{a, lda};
+  for (int k = 0; k < n;) {
+    if (ipiv[k] > 0) {
+      solve_d1<T, kHermitian>(A, k, nrhs, b, ldb);
+      k += 1;
+    } else {
+      solve_d2<T, kHermitian>(A, k, nrhs, b, ldb);
+      k += 2;
+    }
+  }
+}
+
+template <class T, bool kHermitian>
+void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                int *info, int ipiv_base) {
+  if (!sytrs_args<T, kHermitian>(uplo, n, nrhs, lda, ldb, info)) return;
+  const Block<const T> A{a, lda};
+  for (int k = n - 1; k >= 0;) {
+    if (ipiv[k] > 0) {
+      if (k < n - 1) sub_dot<T, kHermitian>(n - k - 1, nrhs, &A(k + 1, k), b + k + 1, b + k, ldb);
+      const int kp = ipiv[k] - 1 - ipiv_base;
+      if (kp != k) blas::swap<T>(nrhs, b + k, ldb, b + kp, ldb);
+      k -= 1;
+    } else {
+      if (k < n - 1) {
+        sub_dot<T, kHermitian>(n - k - 1, nrhs, &A(k + 1, k), b + k + 1, b + k, ldb);
+        sub_dot<T, kHermitian>(n - k - 1, nrhs, &A(k + 1, k - 1), b + k + 1, b + k - 1, ldb);
+      }
+      const int kp = -ipiv[k] - 1 - ipiv_base;
+      if (kp != k) blas::swap<T>(nrhs, b + k, ldb, b + kp, ldb);
+      k -= 2;
+    }
+  }
+}
+
+template void dgetf2_diagpiv<double>(int, int, double *, int, int *, int *, int *, int *, int *,
+                                     double);
+template void dgetf2_diagpiv_logdet<double>(int, int, double *, int, int *, int *, int *, int *,
+                                            int *, double, double *);
+template void dsytf2_pert<double, false>(char, int, double *, int, int *, int *, int *, int *,
+                                         int *, double);
+template void dsytf2_pert_logdet<double, false>(char, int, double *, int, int *, int *, int *,
+                                                int *, int *, double, double *);
+template void dsytrs_half<double, false>(char, int, int, const double *, int, const int *, double *,
+                                         int, int *);
+template void dsytrs_fwd<double, false>(char, int, int, const double *, int, const int *, double *,
+                                        int, int *, int);
+template void dsytrs_diag<double, false>(char, int, int, const double *, int, const int *, double *,
+                                         int, int *);
+template void dsytrs_bwd<double, false>(char, int, int, const double *, int, const int *, double *,
+                                        int, int *, int);
 
 }  // namespace vm

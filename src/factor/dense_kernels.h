@@ -33,9 +33,82 @@ namespace vm {
 template <class T>
 void dpotf2_logdet(char uplo, int n, T *a, int lda, int *info, double *logdet);
 
-// ---- LDL^T and LU kernels of the other families --------------------------
-// (dgetf2_diagpiv, dsytf2_pert, dsytrs_half and its three stages,
-// dgetrf_p follow here, with the same conventions.)
+// ---- LDL^T kernels ---------------------------------------------------------
+// A pivot is never refused.  A pivot p with |p| <= eps (the test) is
+// replaced by +value, or -value when p is negative, and counted in *npert;
+// value is |eps|, or 1e-8 when eps is 0, so that eps 0 replaces exact zeros
+// only.  Every pivot taken is counted in *npos or *nneg.  The counters are
+// added to, never reset.  logdet, when not null, gains log|pivot| of each
+// pivot taken (after replacement); the forms without logdet pass null.
+// ipiv is one-based and relative to the block.  On complex types the sign
+// tests read the real part.
+
+// dgetf2_diagpiv: LU of an m x n block whose pivots are taken from the
+// diagonal only, for a symmetric block stored as a full square.  At step k
+// the largest diagonal magnitude among a(k..min(m,n), same) is found (the
+// search starts at k with maximum 0 and a later equal magnitude wins), rows
+// and then columns kp and k of the whole block are exchanged and
+// ipiv(k) = kp; the pivot is tested, replaced and counted, the column
+// below it scaled by 1/p, and the trailing block updated by a rank-one
+// product.  The block ends as L (unit, strict lower) and U = D L^T (upper,
+// the pivots D on the diagonal) of P^T A P.
+//   info: 0, or -1, -2, -4 for a bad m, n or lda (reported as "DGETF2").
+template <class T>
+void dgetf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                    int *nneg, double eps);
+template <class T>
+void dgetf2_diagpiv_logdet(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                           int *nneg, double eps, double *logdet);
+
+// dsytf2_pert: Bunch-Kaufman factorization P^T A P = L D L^T of the lower
+// triangle of an n x n symmetric block (L D L^H with kHermitian, whose
+// diagonal is real), in the storage of the LAPACK routine of that name:
+// D (1x1 and 2x2 blocks) on the diagonal and first subdiagonal, the unit
+// L's multipliers below, ipiv(k) = kp > 0 for a 1x1 pivot exchanged with
+// row kp, ipiv(k) = ipiv(k+1) = -kp for a 2x2 pivot whose second row was
+// exchanged with kp.  The threshold test comes first: when eps is at
+// least max(|a(k,k)|, largest magnitude below it), a(k,k) is replaced and
+// taken as a 1x1 pivot without exchange, so a replaced pivot is never
+// paired.  Otherwise the choice, exchanges and updates are those of the
+// LAPACK routine (alpha = (1 + sqrt(17)) / 8; magnitudes |re| + |im| on
+// complex types).  Inertia of a 2x2 pivot: two positive when its
+// determinant is positive and both diagonal entries are, two negative when
+// the determinant is positive otherwise, one of each when it is not
+// positive.  logdet gains log|d| for 1x1 and log|a11 a22 - a21^2| for 2x2.
+//   Only the lower form exists: uplo must be 'L' (callers never store the
+//   upper triangle).  info: 0, or -1, -2, -4 for a bad uplo, n or lda
+//   (reported as "DSYTF2", "ZHETF2" ...).
+template <class T, bool kHermitian = false>
+void dsytf2_pert(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                 int *nneg, double eps);
+template <class T, bool kHermitian = false>
+void dsytf2_pert_logdet(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *npert,
+                        int *npos, int *nneg, double eps, double *logdet);
+
+// Solves with a factor of dsytf2_pert (lower form, nrhs columns of b with
+// leading dimension ldb), in the stages of the LAPACK routine dsytrs:
+//   dsytrs_fwd   b := L^-1 P^T b (the interchanges and the unit factor)
+//   dsytrs_diag  b := D^-1 b (1x1 and 2x2 blocks)
+//   dsytrs_bwd   b := P L^-T b (L^-H with kHermitian)
+//   dsytrs_half  b := D^-1 L^-1 P^T b: fwd and diag in one walk; there is
+//                no backward pass, so b is not A^-1 b.
+// info: 0, or -1, -2, -3, -5, -8 for a bad uplo, n, nrhs, lda or ldb
+// (reported as "DSYTRS", "ZHETRS" ...).  Only uplo 'L' is accepted.
+// ipiv_base (fwd, bwd): the block is the trailing part, from column
+// ipiv_base on, of a factor whose ipiv counts from that factor's first
+// column; exchanges are read as ipiv - ipiv_base.  0 for a whole factor.
+template <class T, bool kHermitian = false>
+void dsytrs_half(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                 int *info);
+template <class T, bool kHermitian = false>
+void dsytrs_fwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                int *info, int ipiv_base = 0);
+template <class T, bool kHermitian = false>
+void dsytrs_diag(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                 int *info);
+template <class T, bool kHermitian = false>
+void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
+                int *info, int ipiv_base = 0);
 
 }  // namespace vm
 

@@ -11,6 +11,7 @@
 
 #include "analysis/symbolic.h"
 #include "factor/blkl.h"
+#include "factor/blkldl.h"
 #include "interface/control.h"
 
 namespace vm {
@@ -100,6 +101,16 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
       // when the schedule has one subtree or two_level_fact is 0.
       FactorWork<double> w = typed<double>(work);
       BLKL_RISC_VELMORA<double>(typed<double>(f), in, w, *sc);
+      return;
+    }
+    case FactorMember::kBlkldlSeq: {
+      FactorWork<double> w = typed<double>(work);
+      BLKLDL_SEQ_VELMORA<double>(typed<double>(f), in, w, *sc);
+      return;
+    }
+    case FactorMember::kBlkldlRisc: {
+      FactorWork<double> w = typed<double>(work);
+      BLKLDL_RISC_VELMORA<double>(typed<double>(f), in, w, *sc);
       return;
     }
     default:

@@ -31,6 +31,19 @@ inline void scatter_rank1(int m, int L, const T *x, const int *rows, const std::
   }
 }
 
+// scatter_rank1 with the multipliers apart, for the LDL^T families: the
+// tail rows r of target column c get x(r) * -y(c) added, where y(c) holds
+// the pivot times x(c) (conjugated on the Hermitian types).
+template <bool kLowerOnly, class T>
+inline void scatter_rank1(int m, int L, const T *x, const T *y, const int *rows,
+                          const std::int64_t *xlnz, const int *indmap, T *lnz) {
+  for (int c = 0; c < m; ++c) {
+    T *end = lnz + (xlnz[rows[c]] - 2);
+    const T mult = -y[c];
+    for (int r = kLowerOnly ? c : 0; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
+  }
+}
+
 // scatter_add: adds an L x m block (temp, leading dimension L) to the
 // target supernode whose first column is `first` and whose list has len
 // rows, and clears the block column by column on the way.  relind[0..L)

@@ -86,6 +86,7 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
   in.ntasks = s.ndom;
   in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nthreads = std::max(1, s.nthreads);
+  in.iparm21 = s.iparm21;
   return in;
 }
 

@@ -9,6 +9,7 @@
 
 #include "factor/scalar_traits.h"
 #include "solve/gather_scatter.h"
+#include "solve/ublkldlslvs1.h"
 #include "solve/ublkslvs1.h"
 
 namespace vm {
@@ -34,7 +35,14 @@ void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparall
   const int n = in.n;
   PSOL_FWGATH_VELMORA<T>(0, n, in.mtype, m, b, z, in.perm, in.q, in.scale, in.unselected,
                          in.scaling_on, in.selector, in.k, ld, in.partial);
-  if (m == 1 && rhsparallel == 0) {
+  const bool one = m == 1 && rhsparallel == 0;
+  if (in.mtype == -2) {
+    if (one) {
+      BLKLDLSLVS1_VELMORA<T>(f, in, z, temp);
+    } else {
+      BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);
+    }
+  } else if (one) {
     BLKSLVS1_VELMORA<T>(f, in, z, temp);
   } else {
     BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
@@ -43,12 +51,11 @@ void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparall
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
 
-// Whether this element type has a substitution family for mtype.  The
-// Cholesky family of the real symmetric positive definite type is the only
-// one built.
+// Whether this element type has a substitution family for mtype: the
+// Cholesky family (2) and the LDL^T family (-2) of real matrices.
 template <class T>
 bool family_available(int mtype) {
-  return mtype == 2 && !scalar_traits<T>::is_complex;
+  return (mtype == 2 || mtype == -2) && !scalar_traits<T>::is_complex;
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 // solve.h - SOLVE_VELMORA: one solve of phase 33 or one correction step of
 // refinement.  Three stages in this order: the right-hand sides are
 // gathered into elimination order (psol_fwgath), substituted by the family
-// of the matrix type (ublkslvs1 for the Cholesky family), and scattered back
-// (psol_bwscat).  Nothing is allocated here: every work array comes from the
-// caller, who learns the sizes from solve_work_size.
+// of the matrix type (ublkslvs1 for the Cholesky family, ublkldlslvs1 for
+// LDL^T), and scattered back (psol_bwscat).  Nothing is allocated here:
+// every work array comes from the caller, who learns the sizes from
+// solve_work_size.
 #ifndef VELMORA_SOLVE_SOLVE_H
 #define VELMORA_SOLVE_SOLVE_H
 
@@ -40,6 +41,7 @@ struct SolveInput {
   int ntasks = 1;                   // independent subtrees; 1: no partition
   const int *taskrange = nullptr;   // 2*ntasks: (first, last) supernode of each subtree
   int nthreads = 1;                 // iparm(3): blocks of right-hand sides for nrhs > 1
+  int iparm21 = 0;                  // pivots of an LDL^T factor: 0 diagonal, else Bunch-Kaufman
 };
 
 // Work of one solve, in elements of the factor's type T (ints for starts).

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "analysis/domains.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/ordering.h"
 #include "analysis/symbolic.h"
@@ -23,6 +24,8 @@ enum class Ordering { kNatural, kAmd, kMetis };
 
 struct Symbolic {
   int n = 0, nsuper = 0, nschur = 0;
+  int ntasks = 1;            // independent subtrees (tasks > 1 with METIS)
+  std::vector<int> domains;  // their (first, last) supernode pairs, then the top
   std::vector<int> perm, invp, xsuper, snode, lindx, nmod, tasklist;
   std::vector<std::int64_t> xlindx, xlnz;
   std::int64_t tmpsiz = 0;
@@ -44,8 +47,11 @@ inline std::int64_t place(const Symbolic &s, int r, int c) {
 }
 
 // Symbolic factor of an upper-triangle CSR matrix; width limits the
-// supernodes, nschur keeps the last rows out of the factorization.
-inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int nschur = 0) {
+// supernodes, nschur keeps the last rows out of the factorization; with
+// METIS, tasks > 1 asks nested dissection for that many independent
+// subtrees (Symbolic::domains, as the task-parallel solve takes them).
+inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int nschur = 0,
+                        int tasks = 1) {
   Symbolic s;
   const int n = a.n;
   s.n = n;
@@ -62,10 +68,9 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
     s.status = vm::ORDER_AMD_VELMORA(n, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(),
                                      w.data(), static_cast<std::int64_t>(w.size()));
   } else if (ordering == Ordering::kMetis) {
-    std::vector<int> domains(2, -1);
-    int ndom = 0;
-    s.status = vm::ORDER_METIS5_VELMORA(n, xadj.data(), adjncy.data(), nullptr, 1, s.perm.data(),
-                                        s.invp.data(), domains.data(), &ndom);
+    s.domains.assign(2 * (std::max(tasks, 1) + 2), -1);
+    s.status = vm::ORDER_METIS5_VELMORA(n, xadj.data(), adjncy.data(), nullptr, std::max(tasks, 1),
+                                        s.perm.data(), s.invp.data(), s.domains.data(), &s.ntasks);
   } else {
     for (int i = 0; i < n; ++i) s.perm[i] = s.invp[i] = i + 1;
   }
@@ -73,6 +78,15 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
 
   int ndom = 0;
   std::vector<int> domains{1, n}, parent(n), colcnt(n);
+  if (tasks > 1 && ordering == Ordering::kMetis && s.ntasks >= 2) {
+    std::vector<int> w(2 * static_cast<size_t>(n));
+    ndom = s.ntasks;
+    if (vm::regroup_domains(n, s.perm.data(), s.domains.data(), &ndom, nschur, w.data()) != 0)
+      ndom = 1;
+    ndom = vm::close_domain_list(n, s.domains.data(), ndom);
+    for (int i = 0; i < n; ++i) s.invp[s.perm[i] - 1] = i + 1;
+    domains = s.domains;
+  }
   std::int64_t nnzl = 0, nsub = 0;
   s.snode.resize(n);
   s.xsuper.resize(n + 1);
@@ -100,6 +114,8 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
       s.lindx.data(), s.xlnz.data(), nullptr, upd_first.data(), upd_next.data(), s.nmod.data(),
       &counts, work.data());
   s.tmpsiz = counts.tmpsiz;
+  s.ntasks = ndom > 1 ? ndom : 1;
+  s.domains = domains;
   if (s.status != 0) return s;
 
   // Each stored entry (r, c) of the upper triangle goes to column
@@ -138,6 +154,7 @@ struct Records {
   vm::FactorWork<double> work;
   std::vector<int> iwork;
   std::vector<double> temp;
+  std::vector<int> pivot;  // block exchanges of the LDL^T families
 };
 
 inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<double> *lnz) {
@@ -153,6 +170,8 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
   r.view.xlnz = s.xlnz.data();
   r.view.lnz = lnz->data();
   r.view.nschur = s.nschur;
+  r.pivot.assign(std::max(1, n), 0);
+  r.view.pivot = r.pivot.data();
   r.input.a = a.a.data();
   r.input.ia = a.ia.data();
   r.input.ja = a.ja.data();
@@ -172,6 +191,35 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
   r.work.nmod = s.nmod.data();
   r.work.pnlsch = s.tasklist.data();
   return r;
+}
+
+// The records as the shell takes them, untyped.
+inline vm::FactorView<void> untyped(const vm::FactorView<double> &t) {
+  vm::FactorView<void> v;
+  v.n = t.n;
+  v.nsuper = t.nsuper;
+  v.xsuper = t.xsuper;
+  v.snode = t.snode;
+  v.xlindx = t.xlindx;
+  v.lindx = t.lindx;
+  v.xlnz = t.xlnz;
+  v.lnz = t.lnz;
+  v.pivot = t.pivot;
+  v.nschur = t.nschur;
+  return v;
+}
+
+inline vm::FactorWork<void> untyped(const vm::FactorWork<double> &t) {
+  vm::FactorWork<void> w;
+  w.indmap = t.indmap;
+  w.relind = t.relind;
+  w.link = t.link;
+  w.length = t.length;
+  w.temp = t.temp;
+  w.tmpsiz = t.tmpsiz;
+  w.nmod = t.nmod;
+  w.pnlsch = t.pnlsch;
+  return w;
 }
 
 }  // namespace factor_setup

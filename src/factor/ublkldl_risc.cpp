@@ -1,0 +1,337 @@
+// ublkldl_risc.cpp - supernodal left-looking LDL^T with pivoting inside the
+// diagonal blocks (see blkldl.h).
+//
+// The loop is that of the Cholesky family (ublkl_risc.cpp): a target's
+// panel is prepared from A, the descendants waiting on its chain apply
+// their updates, the diagonal block is factored, the rows below solved, and
+// the supernode linked on to the next target its rows reach.  What differs:
+//  - an update is L21 D L21^T.  The descendant's first m tail rows are
+//    copied, scaled by D (1x1 or 2x2 blocks), into temp, and the product
+//    reads that copy as its second factor.  On the buffered path the copy
+//    sits behind the L x m result block; otherwise at the start of temp.
+//  - the diagonal block is factored by a pivoting kernel that perturbs
+//    small pivots and counts inertia, and the pivots stay inside the block,
+//    so the symbolic structure never changes.
+#include <cassert>
+#include <cstdint>
+#include <cstdlib>
+
+#include "analysis/parallel_fill.h"
+#include "factor/blas.h"
+#include "factor/blkldl.h"
+#include "factor/dense_kernels.h"
+#include "factor/panel.h"
+#include "factor/update_kernels.h"
+
+namespace vm {
+
+namespace {
+
+UpdateKernelCounts *g_ldl_counts = nullptr;
+
+inline void count(std::int64_t UpdateKernelCounts::*field) {
+  if (g_ldl_counts != nullptr) ++(g_ldl_counts->*field);
+}
+
+template <bool kConj, class T>
+inline T conj_if(T v) {
+  if constexpr (kConj) {
+    return conj_of(v);
+  } else {
+    return v;
+  }
+}
+
+template <class T>
+struct Target {
+  int first = 0;
+  int last = 0;
+  int ncols = 0;
+  int len = 0;  // rows of its list and leading dimension of its panel
+  T *panel = nullptr;
+  int *pivot = nullptr;  // its block-relative exchanges
+};
+
+inline void push_on_chain(int *link, int tfirst, int jfirst) {
+  link[jfirst - 1] = link[tfirst - 1];
+  link[tfirst - 1] = jfirst;
+}
+
+// W = X D for the first m rows X of a descendant's tail (leading dimension
+// ldx) and its pivots D, read from its diagonal block (leading dimension
+// ldx) and pivots; W is m x ncolj with leading dimension m.  A 2x2 pivot
+// on columns c, c+1 has d11, d21, d22 on the diagonal and first
+// subdiagonal; its upper entry is d21 (conj(d21) on the Hermitian form).
+template <class T, bool kHermitian>
+void scaled_copy(int m, int ncolj, const T *x, std::int64_t ldx, const T *blk, const int *piv,
+                 bool diagonal_mode, T *w) {
+  for (int c = 0; c < ncolj;) {
+    const T *xc = x + c * ldx;
+    T *wc = w + static_cast<std::int64_t>(c) * m;
+    const T d11 = blk[c + c * ldx];
+    if (diagonal_mode || piv[c] > 0 || c + 1 == ncolj) {
+      for (int i = 0; i < m; ++i) wc[i] = xc[i] * d11;
+      c += 1;
+    } else {
+      const T d21 = blk[c + 1 + c * ldx], d12 = conj_if<kHermitian>(d21);
+      const T d22 = blk[c + 1 + (c + 1) * ldx];
+      const T *xd = xc + ldx;
+      T *wd = wc + m;
+      for (int i = 0; i < m; ++i) {
+        const T a = xc[i], b = xd[i];
+        wc[i] = a * d11 + b * d21;
+        wd[i] = a * d12 + b * d22;
+      }
+      c += 2;
+    }
+  }
+}
+
+// Applies the update of descendant jsup through the L rows of its tail to
+// the target.  Returns m, the rows of the tail that are columns of the
+// target; sets *iflag to -2 when temp cannot hold the scaled copy (and the
+// result block on the buffered path).
+template <class T, bool kHermitian>
+int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, int first_schur,
+                 bool diagonal_mode, FactorWork<T> &w, int *iflag) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  const int jfirst = f.xsuper[jsup - 1];
+  const int jlast = f.xsuper[jsup] - 1;
+  const int ncolj = jlast - jfirst + 1;
+  const int lenj = static_cast<int>(f.xlindx[jsup] - f.xlindx[jsup - 1]);
+  const int *tail = f.lindx + (f.xlindx[jsup] - 1 - L);
+  const T *blk = f.lnz + (f.xlnz[jfirst - 1] - 1);
+  const T *x = blk + (lenj - L);
+  const int *piv = f.pivot + (jfirst - 1);
+
+  int m = 0;
+  if (L == k.len) {
+    m = k.ncols;
+  } else {
+    while (m < L && tail[m] <= k.last) ++m;
+  }
+  if (jlast > first_schur) {  // an unfactored Schur panel updates nothing
+    count(&UpdateKernelCounts::skipped);
+    return m;
+  }
+  const std::int64_t copy = static_cast<std::int64_t>(m) * ncolj;
+  if (L == k.len) {
+    if (copy > w.tmpsiz) {
+      *iflag = -2;
+      return m;
+    }
+    count(&UpdateKernelCounts::coinciding);
+    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
+    blas::gemm<T>('N', kAdj, L, k.ncols, ncolj, T(-1), x, lenj, w.temp, m, T(1), k.panel, k.len);
+    clear_run(w.temp, copy);
+    return m;
+  }
+  if (ncolj == 1) {
+    if (m > w.tmpsiz) {
+      *iflag = -2;
+      return m;
+    }
+    count(&UpdateKernelCounts::rank1);
+    const T d = blk[0];
+    for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(x[c]);
+    scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, w.indmap, f.lnz);
+    clear_run(w.temp, m);
+    return m;
+  }
+  const int *indmap = w.indmap;
+  if (indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L) {
+    // Gaps in the target's list: the block goes through the buffer, the
+    // scaled copy behind it.
+    const std::int64_t block = static_cast<std::int64_t>(L) * m;
+    if (block + copy > w.tmpsiz) {
+      *iflag = -2;
+      return m;
+    }
+    count(&UpdateKernelCounts::buffered);
+    T *wc = w.temp + block;
+    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, wc);
+    for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
+    blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, wc, m, T(1), w.temp, L);
+    clear_run(wc, copy);
+    scatter_add<true>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
+  } else {
+    // A contiguous run of the target's list: straight into the panel.
+    if (copy > w.tmpsiz) {
+      *iflag = -2;
+      return m;
+    }
+    count(&UpdateKernelCounts::direct);
+    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
+    const int r1 = tail[0];
+    T *c = f.lnz + (f.xlnz[r1 - 1] - 1) + (r1 - k.first);
+    blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, w.temp, m, T(1), c, k.len);
+    clear_run(w.temp, copy);
+  }
+  return m;
+}
+
+// Diagonal pivoting: the block as a full square, LU with diagonal pivots
+// (U = D L^T), then the rows below through the same column exchanges and
+// L21 = A21 P U^-1.  Returns the kernel's info.
+template <class T, bool kHermitian>
+int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) {
+  const int nc = k.ncols;
+  const std::int64_t ld = k.len;
+  T *a = k.panel;
+  for (int j = 0; j < nc; ++j)
+    for (int i = j + 1; i < nc; ++i) a[j + i * ld] = conj_if<kHermitian>(a[i + j * ld]);
+  int info = 0;
+  if (logdet != nullptr) {
+    dgetf2_diagpiv_logdet<T>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg,
+                             sc.eps, logdet);
+  } else {
+    dgetf2_diagpiv<T>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg, sc.eps);
+  }
+  const int below = k.len - nc;
+  if (info != 0 || below == 0) return info;
+  for (int j = 0; j + 1 < nc; ++j) {
+    const int p = std::abs(k.pivot[j]) - 1;
+    if (p != j) blas::swap<T>(below, a + nc + j * ld, 1, a + nc + p * ld, 1);
+  }
+  blas::trsm<T>('R', 'U', 'N', 'N', below, nc, T(1), a, k.len, a + nc, k.len);
+  return 0;
+}
+
+// Right-hand sides of the transposed panel solved per pass: a slice of
+// ncols x kSolveSlice stays in cache across the ncols steps of the solve.
+constexpr int kSolveSlice = 256;
+
+// Bunch-Kaufman: dsytf2_pert on the lower triangle, then the rows below,
+// transposed into temp, through dsytrs_half and back.  Returns 0, the
+// kernels' info, or -2 when temp is too small for the transposed rows.
+template <class T, bool kHermitian>
+int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, T *temp,
+                         std::int64_t tmpsiz) {
+  const int nc = k.ncols;
+  const std::int64_t ld = k.len;
+  T *a = k.panel;
+  int info = 0;
+  if (logdet != nullptr) {
+    dsytf2_pert_logdet<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
+                                      &sc.nneg, sc.eps, logdet);
+  } else {
+    dsytf2_pert<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg,
+                               sc.eps);
+  }
+  const int below = k.len - nc;
+  if (info != 0 || below == 0) return info;
+  if (static_cast<std::int64_t>(nc) * below > tmpsiz) return -2;
+  T *a21 = a + nc;
+  for (int c = 0; c < nc; ++c)
+    for (int r = 0; r < below; ++r)
+      temp[c + r * static_cast<std::int64_t>(nc)] = conj_if<kHermitian>(a21[r + c * ld]);
+  for (int r0 = 0; r0 < below && info == 0; r0 += kSolveSlice) {
+    const int nr = below - r0 < kSolveSlice ? below - r0 : kSolveSlice;
+    dsytrs_half<T, kHermitian>('L', nc, nr, a, k.len, k.pivot,
+                               temp + static_cast<std::int64_t>(r0) * nc, nc, &info);
+  }
+  for (int c = 0; c < nc; ++c)
+    for (int r = 0; r < below; ++r) {
+      T &t = temp[c + r * static_cast<std::int64_t>(nc)];
+      a21[r + c * ld] = conj_if<kHermitian>(t);
+      t = T(0);
+    }
+  return info;
+}
+
+template <class T, bool kHermitian>
+std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
+                      FactorScalars &sc) {
+  const int n = f.n;
+  const int first_schur = n - f.nschur;
+  const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
+  int *link = work.link;
+  int *length = work.length;
+  double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
+
+  parallel_fill(link, n, 0);
+  parallel_fill(length, f.nsuper, 0);
+  parallel_fill(work.temp, work.tmpsiz, T(0));
+
+  for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
+    Target<T> k;
+    k.first = f.xsuper[ksup - 1];
+    k.last = f.xsuper[ksup] - 1;
+    k.ncols = k.last - k.first + 1;
+    k.len = static_cast<int>(f.xlnz[k.first] - f.xlnz[k.first - 1]);
+    k.panel = f.lnz + (f.xlnz[k.first - 1] - 1);
+    k.pivot = f.pivot + (k.first - 1);
+
+    prepare_panel(ksup, f, in, work.indmap, kHermitian, logdet);
+
+    const int nmod = work.nmod[ksup - 1];
+    for (int u = 0; u < nmod; ++u) {
+      const int jfirst = link[k.first - 1];
+      assert(jfirst > 0 && "update chain shorter than nmod");
+      link[k.first - 1] = link[jfirst - 1];
+      const int jsup = f.snode[jfirst - 1];
+      const int L = length[jsup - 1];
+      const int m =
+          apply_update<T, kHermitian>(f, k, jsup, L, first_schur, diagonal_mode, work, &sc.iflag);
+      if (sc.iflag != 0) break;
+      length[jsup - 1] = L - m;
+      if (L > m) {
+        const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
+        push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
+      }
+    }
+    if (sc.iflag != 0) break;
+
+    if (k.last <= first_schur) {  // a Schur supernode keeps what it has received
+      const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
+                                       : factor_bunch_kaufman<T, kHermitian>(
+                                             k, sc, logdet, work.temp, work.tmpsiz);
+      if (status != 0) {
+        sc.iflag = status == -2 ? -2 : -1;
+        break;
+      }
+    }
+    length[ksup - 1] = k.len - k.ncols;
+    if (k.len > k.ncols) {
+      const int next_row = f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols];
+      push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
+    }
+  }
+
+  std::int64_t schur = 0;
+  if (f.nschur > 0) {
+    for (int s = 1; s <= f.nsuper; ++s) {
+      const std::int64_t c = f.xsuper[s] - f.xsuper[s - 1];
+      if (f.xsuper[s] - 1 <= first_schur) continue;
+      const std::int64_t r = f.xlindx[s] - f.xlindx[s - 1];
+      schur += c * r - c * (c - 1) / 2;
+    }
+  }
+  sc.schur_nnz = schur;
+  return schur;
+}
+
+}  // namespace
+
+void set_ldl_update_kernel_counts(UpdateKernelCounts *counts) {
+  g_ldl_counts = counts;
+}
+
+template <class T>
+std::int64_t BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
+                                FactorScalars &sc) {
+  return ldl_loop<T, false>(f, in, work, sc);
+}
+
+template <class T>
+std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
+                                 FactorScalars &sc) {
+  return BLKLDL_SEQ_VELMORA(f, in, work, sc);
+}
+
+template std::int64_t BLKLDL_SEQ_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
+                                                 FactorWork<double> &, FactorScalars &);
+template std::int64_t BLKLDL_RISC_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
+                                                  FactorWork<double> &, FactorScalars &);
+
+}  // namespace vm

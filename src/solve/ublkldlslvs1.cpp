@@ -1,0 +1,510 @@
+// ublkldlslvs1.cpp - forward substitution, D step and backward substitution
+// with a supernodal LDL^T factor: column kernels for one right-hand side
+// (serial and over subtree tasks) and BLAS 3 kernels for a block of them.
+#include "solve/ublkldlslvs1.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <utility>
+
+#include "factor/blas.h"
+#include "factor/dense_kernels.h"
+#include "factor/scalar_traits.h"
+
+namespace vm {
+
+namespace {
+
+// Columns a solve may touch, as elimination positions (one-based).
+struct Limits {
+  int last = 0;      // n - nschur: later columns and rows are the Schur block
+  int fw_first = 1;  // first column of the forward pass
+  int bw_first = 1;  // first column the backward pass produces
+  int off = 1;       // x[i - off] is position i: 1 + the positions not stored
+};
+
+template <class T>
+Limits limits_of(const FactorView<T> &f, const SolveInput &in) {
+  Limits lim;
+  const int n = f.n;
+  const int nschur = f.nschur > 0 && f.nschur <= n ? f.nschur : 0;
+  lim.last = n - nschur;
+  int fw = n, bw = n;
+  if (in.partial != 0) {
+    fw = std::clamp(in.fwnodes, 0, n);
+    bw = std::clamp(in.bwnodes, 0, n);
+  }
+  const int base = in.partial >= 2 ? n - std::clamp(in.k, 0, n) : 0;
+  lim.fw_first = std::max(n - fw + 1, base + 1);
+  lim.bw_first = std::max(n - bw + 1, base + 1);
+  lim.off = 1 + base;
+  return lim;
+}
+
+// Steps a selector runs.
+enum Step : unsigned {
+  kForward = 1u,
+  kSqrtAfterForward = 2u,
+  kDiagonal = 4u,
+  kSqrtBeforeBackward = 8u,
+  kBackward = 16u,
+};
+
+unsigned steps_of(int s, bool block) {
+  switch (s) {
+    case 0:
+      return kForward | kDiagonal | kBackward;
+    case 1:
+    case -1:
+      return kForward;
+    case 2:
+      return kDiagonal | kBackward;
+    case -2:
+      return kDiagonal;
+    case -3:
+      return kBackward;
+    case -12:
+      return block ? 0u : kForward | kSqrtAfterForward;
+    case -23:
+      return block ? 0u : kSqrtBeforeBackward | kBackward;
+    default:
+      return 0u;
+  }
+}
+
+template <bool kConj, class T>
+inline T conj_if(T v) {
+  if constexpr (kConj) {
+    return conj_of(v);
+  } else {
+    return v;
+  }
+}
+
+// The part of supernode k's panel a pass uses: block columns c0 .. c1-1
+// and panel rows up to rend-1 (rows beyond the Schur limit cut off).  With
+// Bunch-Kaufman pivots c0 is moved to the start of a pivot.
+template <class T>
+struct Cut {
+  const T *L = nullptr;  // the panel, column-major
+  std::int64_t ld = 0;
+  const int *rows = nullptr;  // its row list, global one-based rows
+  const int *piv = nullptr;   // the block's exchanges
+  int ncols = 0;
+  int c0 = 0, c1 = 0;
+  int rend = 0;
+  const T *block() const { return L + c0 + c0 * ld; }
+  int width() const { return c1 - c0; }
+};
+
+template <class T>
+bool cut_supernode(const FactorView<T> &f, int k, int lo, int last, bool bk, Cut<T> *c) {
+  const int first = f.xsuper[k - 1];
+  const int from = std::max(first, lo), to = std::min(f.xsuper[k] - 1, last);
+  if (from > to) return false;
+  c->ld = f.xlnz[first] - f.xlnz[first - 1];
+  c->L = f.lnz + (f.xlnz[first - 1] - 1);
+  c->rows = f.lindx + (f.xlindx[k - 1] - 1);
+  c->piv = f.pivot + (first - 1);
+  c->ncols = f.xsuper[k] - first;
+  int c0 = from - first;
+  if (bk && c0 > 0) {  // a 2x2 pivot is not split
+    int j = 0;
+    while (j < c0) j += c->piv[j] < 0 ? 2 : 1;
+    c0 = j;
+  }
+  c->c0 = c0;
+  c->c1 = to - first + 1;
+  if (c->c0 >= c->c1) return false;
+  int rend = static_cast<int>(c->ld);
+  while (rend > c->c1 && c->rows[rend - 1] > last) --rend;
+  c->rend = rend;
+  return true;
+}
+
+// Columns are taken eight at a time, then in pairs, then one.
+inline int group_width(int left) {
+  return left >= 8 ? 8 : (left >= 2 ? 2 : 1);
+}
+constexpr int kMaxGroup = 8;
+
+// y(rows[r]) -= sum over a < G of L(r, a) v[a], for r in [r0, r1).
+template <int G, class T>
+void update_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v, T *y,
+                 int off) {
+  for (int r = r0; r < r1; ++r) {
+    T s = L[r] * v[0];
+    for (int a = 1; a < G; ++a) s += L[r + a * ld] * v[a];
+    y[rows[r] - off] -= s;
+  }
+}
+
+template <class T>
+void update_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v,
+                  T *y, int off) {
+  if (g == 8) {
+    update_rows<8>(L, ld, rows, r0, r1, v, y, off);
+  } else if (g == 2) {
+    update_rows<2>(L, ld, rows, r0, r1, v, y, off);
+  } else {
+    update_rows<1>(L, ld, rows, r0, r1, v, y, off);
+  }
+}
+
+// s[a] = sum over r in [r0, r1) of L(r, a) y(rows[r]) (conjugated L with
+// kConj).
+template <int G, bool kConj, class T>
+void dot_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y, int off,
+              T *s) {
+  T acc[G] = {};
+  for (int r = r0; r < r1; ++r) {
+    const T yr = y[rows[r] - off];
+    for (int a = 0; a < G; ++a) acc[a] += conj_if<kConj>(L[r + a * ld]) * yr;
+  }
+  for (int a = 0; a < G; ++a) s[a] = acc[a];
+}
+
+template <bool kConj, class T>
+void dot_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y,
+               int off, T *s) {
+  if (g == 8) {
+    dot_rows<8, kConj>(L, ld, rows, r0, r1, y, off, s);
+  } else if (g == 2) {
+    dot_rows<2, kConj>(L, ld, rows, r0, r1, y, off, s);
+  } else {
+    dot_rows<1, kConj>(L, ld, rows, r0, r1, y, off, s);
+  }
+}
+
+// Row exchanges of a block with 1x1 pivots on m right-hand sides (xb is
+// block column c0, columns ldx apart): ascending for the forward pass,
+// descending for the backward pass.  The list ends at width - 1.
+template <class T>
+void exchange(const Cut<T> &c, T *xb, std::int64_t ldx, int m, bool ascending) {
+  const int end = std::min(c.c1, c.ncols - 1);
+  for (int t = c.c0; t < end; ++t) {
+    const int j = ascending ? t : end - 1 - (t - c.c0);
+    const int p = c.piv[j] - 1;
+    if (p == j || p >= c.c1) continue;
+    for (int r = 0; r < m; ++r) std::swap(xb[r * ldx + j - c.c0], xb[r * ldx + p - c.c0]);
+  }
+}
+
+// Forward step of one supernode for one right-hand side: exchanges and the
+// unit L of the block (or dsytrs_fwd), then x(i) -= L(i, j) x(j) for the
+// rows below.  Rows at or above `split` go to acc (indexed by row): the
+// updates a subtree task makes to the top of the tree.
+template <class T, bool kHermitian>
+void forward_cut(const Cut<T> &c, bool bk, T *x, int off, T *acc, int split) {
+  const int *rows = c.rows;
+  int rs = c.rend;
+  if (acc != nullptr)
+    rs = static_cast<int>(std::lower_bound(rows + c.c1, rows + c.rend, split) - rows);
+  T *xb = x + (rows[c.c0] - off);
+  if (bk) {
+    int info = 0;
+    dsytrs_fwd<T, kHermitian>('L', c.width(), 1, c.block(), static_cast<int>(c.ld), c.piv + c.c0,
+                              xb, c.width(), &info, c.c0);
+  } else {
+    exchange(c, xb, 0, 1, true);
+  }
+  for (int j = c.c0; j < c.c1;) {
+    const int g = group_width(c.c1 - j);
+    const T *Lg = c.L + j * c.ld;
+    T v[kMaxGroup];
+    for (int a = 0; a < g; ++a) {
+      const int cc = j + a;
+      v[a] = x[rows[cc] - off];
+      if (bk) continue;  // the block is solved already
+      const T *Lc = Lg + a * c.ld;
+      for (int r = cc + 1; r < j + g; ++r) x[rows[r] - off] -= Lc[r] * v[a];
+    }
+    const int r0 = bk ? c.c1 : j + g;
+    update_group(g, Lg, c.ld, rows, r0, rs, v, x, off);
+    if (rs < c.rend) update_group(g, Lg, c.ld, rows, rs, c.rend, v, acc, 1);
+    j += g;
+  }
+}
+
+// Backward step of one supernode for one right-hand side: x(j) -= sum of
+// L(i, j) x(i) over the rows below (conjugated L on the Hermitian form),
+// then the unit L^T of the block and the exchanges in reverse (or
+// dsytrs_bwd).
+template <class T, bool kHermitian>
+void backward_cut(const Cut<T> &c, bool bk, T *x, int off) {
+  const int *rows = c.rows;
+  for (int hi = c.c1; hi > c.c0;) {
+    const int g = group_width(hi - c.c0);
+    const int j = hi - g;
+    const T *Lg = c.L + j * c.ld;
+    T s[kMaxGroup];
+    dot_group<kHermitian>(g, Lg, c.ld, rows, bk ? c.c1 : hi, c.rend, x, off, s);
+    for (int a = g - 1; a >= 0; --a) {
+      const int cc = j + a;
+      T t = x[rows[cc] - off] - s[a];
+      if (!bk) {
+        const T *Lc = Lg + a * c.ld;
+        for (int r = cc + 1; r < hi; ++r) t -= conj_if<kHermitian>(Lc[r]) * x[rows[r] - off];
+      }
+      x[rows[cc] - off] = t;
+    }
+    hi = j;
+  }
+  T *xb = x + (rows[c.c0] - off);
+  if (bk) {
+    int info = 0;
+    dsytrs_bwd<T, kHermitian>('L', c.width(), 1, c.block(), static_cast<int>(c.ld), c.piv + c.c0,
+                              xb, c.width(), &info, c.c0);
+  } else {
+    exchange(c, xb, 0, 1, false);
+  }
+}
+
+// D step of one supernode on m right-hand sides (xb: block column c0,
+// columns ldx apart, ldx at least the width).
+template <class T, bool kHermitian>
+void diagonal_cut(const Cut<T> &c, bool bk, T *xb, int ldx, int m) {
+  if (bk) {
+    int info = 0;
+    dsytrs_diag<T, kHermitian>('L', c.width(), m, c.block(), static_cast<int>(c.ld), c.piv + c.c0,
+                               xb, ldx, &info);
+    return;
+  }
+  for (int r = 0; r < m; ++r) {
+    T *xr = xb + static_cast<std::int64_t>(r) * ldx - c.c0;
+    for (int j = c.c0; j < c.c1; ++j) xr[j] /= c.L[j + j * c.ld];
+  }
+}
+
+template <class T>
+int first_nonzero_supernode(const FactorView<T> &f, const Limits &lim, const T *x) {
+  for (int i = lim.fw_first; i <= lim.last; ++i)
+    if (x[i - lim.off] != T(0)) return f.snode[i - 1];
+  return 0;
+}
+
+template <class T, bool kHermitian>
+void forward_range(const FactorView<T> &f, const Limits &lim, bool bk, int k0, int k1, T *x, T *acc,
+                   int split) {
+  Cut<T> c;
+  for (int k = k0; k <= k1; ++k) {
+    if (f.xsuper[k - 1] > lim.last) break;
+    if (cut_supernode(f, k, lim.fw_first, lim.last, bk, &c))
+      forward_cut<T, kHermitian>(c, bk, x, lim.off, acc, split);
+  }
+}
+
+template <class T, bool kHermitian>
+void backward_range(const FactorView<T> &f, const Limits &lim, bool bk, int k1, int k0, T *x) {
+  Cut<T> c;
+  for (int k = k1; k >= k0; --k) {
+    if (f.xsuper[k] - 1 < lim.bw_first) break;
+    if (cut_supernode(f, k, lim.bw_first, lim.last, bk, &c))
+      backward_cut<T, kHermitian>(c, bk, x, lim.off);
+  }
+}
+
+// The steps between the passes, over every supernode of the solve: the
+// square root of D (one right-hand side only) and D itself.
+template <class T, bool kHermitian>
+void middle_steps(const FactorView<T> &f, const Limits &lim, bool bk, unsigned steps, int m, T *x,
+                  int ldx) {
+  const unsigned mine = steps & (kSqrtAfterForward | kDiagonal | kSqrtBeforeBackward);
+  if (mine == 0) return;
+  const int lo = std::min(lim.fw_first, lim.bw_first);
+  Cut<T> c;
+  for (int k = 1; k <= f.nsuper; ++k) {
+    if (f.xsuper[k - 1] > lim.last) break;
+    if (!cut_supernode(f, k, lo, lim.last, bk, &c)) continue;
+    T *xb = x + (c.rows[c.c0] - lim.off);
+    if (mine & kDiagonal) {
+      diagonal_cut<T, kHermitian>(c, bk, xb, m > 1 ? ldx : c.width(), m);
+    } else if (bk) {
+      std::printf("Not implemented! (ublkldlslvs1)\n");
+    } else {
+      for (int j = c.c0; j < c.c1; ++j) xb[j - c.c0] /= std::sqrt(c.L[j + j * c.ld]);
+    }
+  }
+  if ((mine & kDiagonal) == 0 && bk) std::fflush(stdout);
+}
+
+template <class T, bool kHermitian>
+void serial_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, bool bk,
+                         T *x) {
+  const unsigned steps = steps_of(in.selector, false);
+  if (steps & kForward) {
+    const int k0 = first_nonzero_supernode(f, lim, x);
+    if (k0 > 0) forward_range<T, kHermitian>(f, lim, bk, k0, f.nsuper, x, nullptr, 0);
+  }
+  middle_steps<T, kHermitian>(f, lim, bk, steps, 1, x, 0);
+  if ((steps & kBackward) && lim.last >= 1)
+    backward_range<T, kHermitian>(f, lim, bk, f.snode[lim.last - 1], 1, x);
+}
+
+template <class T, bool kHermitian>
+void task_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, bool bk,
+                       T *x, T *temp) {
+  const int ntasks = in.ntasks, n = f.n;
+  const int *range = in.taskrange;
+  const int top = range[2 * ntasks - 1] + 1;  // first supernode of the top
+  const int top_col = top <= f.nsuper ? f.xsuper[top - 1] : n + 1;
+  const unsigned steps = steps_of(in.selector, false);
+
+  if (steps & kForward) {
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t) {
+      T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = top_col; i <= lim.last; ++i) acc[i - 1] = T(0);
+      forward_range<T, kHermitian>(f, lim, bk, range[2 * t], range[2 * t + 1], x, acc, top_col);
+    }
+    const int from = std::max(top_col, lim.off);
+    for (int t = 0; t < ntasks; ++t) {
+      const T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = from; i <= lim.last; ++i) x[i - lim.off] += acc[i - 1];
+    }
+    forward_range<T, kHermitian>(f, lim, bk, top, f.nsuper, x, nullptr, 0);
+  }
+  middle_steps<T, kHermitian>(f, lim, bk, steps, 1, x, 0);
+  if (steps & kBackward) {
+    backward_range<T, kHermitian>(f, lim, bk, f.nsuper, top, x);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t)
+      backward_range<T, kHermitian>(f, lim, bk, range[2 * t + 1], range[2 * t], x);
+  }
+}
+
+template <class T, bool kHermitian>
+void one_rhs(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
+  if (f.nsuper < 1) return;
+  const Limits lim = limits_of(f, in);
+  const bool bk = in.iparm21 != 0;
+  if (in.ntasks > 1 && in.parallel != 0 && in.taskrange != nullptr && temp != nullptr) {
+    task_substitution<T, kHermitian>(f, in, lim, bk, x, temp);
+    return;
+  }
+  // Serial form: the whole team enters, the first to arrive does the work.
+  int arrived = 0;
+#pragma omp parallel shared(arrived)
+  {
+    int mine = 0;
+#pragma omp critical(velmora_solve_entry)
+    mine = ++arrived;
+    if (mine == 1) serial_substitution<T, kHermitian>(f, in, lim, bk, x);
+  }
+}
+
+// Panels whose used part has at most this many entries are solved column
+// by column for each right-hand side: a BLAS call costs more than the
+// arithmetic there.
+constexpr std::int64_t kSmallPanel = 1024;
+
+template <class T>
+bool small_panel(const Cut<T> &c) {
+  return static_cast<std::int64_t>(c.width()) * (c.rend - c.c0) <= kSmallPanel;
+}
+
+template <class T, bool kHermitian>
+void block_rhs(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx, T *temp) {
+  if (f.nsuper < 1 || m < 1) return;
+  const Limits lim = limits_of(f, in);
+  const bool bk = in.iparm21 != 0;
+  const unsigned steps = steps_of(in.selector, true);
+  const std::int64_t ld = ldx;
+  constexpr char kTrans = kHermitian ? 'C' : 'T';
+  Cut<T> c;
+
+  if (steps & kForward) {
+    // Start at the first supernode where any right-hand side is nonzero:
+    // a later start would be wrong for the others.
+    int k0 = f.nsuper + 1;
+    for (int j = 0; j < m; ++j) {
+      const int kj = first_nonzero_supernode(f, lim, x + j * ld);
+      if (kj > 0) k0 = std::min(k0, kj);
+    }
+    for (int k = k0; k <= f.nsuper; ++k) {
+      if (f.xsuper[k - 1] > lim.last) break;
+      if (!cut_supernode(f, k, lim.fw_first, lim.last, bk, &c)) continue;
+      if (small_panel(c)) {
+        for (int j = 0; j < m; ++j)
+          forward_cut<T, kHermitian>(c, bk, x + j * ld, lim.off, nullptr, 0);
+        continue;
+      }
+      const int w = c.width(), noff = c.rend - c.c1, ldc = static_cast<int>(c.ld);
+      T *x1 = x + (c.rows[c.c0] - lim.off);
+      if (bk) {
+        int info = 0;
+        dsytrs_fwd<T, kHermitian>('L', w, m, c.block(), ldc, c.piv + c.c0, x1, ldx, &info, c.c0);
+      } else {
+        exchange(c, x1, ld, m, true);
+        blas::trsm<T>('L', 'L', 'N', 'U', w, m, T(1), c.block(), ldc, x1, ldx);
+      }
+      if (noff < 1) continue;
+      blas::gemm<T>('N', 'N', noff, m, w, T(-1), c.L + c.c1 + c.c0 * c.ld, ldc, x1, ldx, T(0), temp,
+                    noff);
+      const int *rows = c.rows + c.c1;
+      for (int j = 0; j < m; ++j) {
+        T *tj = temp + static_cast<std::int64_t>(j) * noff;
+        T *xj = x + j * ld;
+        for (int r = 0; r < noff; ++r) {
+          xj[rows[r] - lim.off] += tj[r];
+          tj[r] = T(0);
+        }
+      }
+    }
+  }
+  middle_steps<T, kHermitian>(f, lim, bk, steps, m, x, ldx);
+  if ((steps & kBackward) && lim.last >= 1) {
+    for (int k = f.snode[lim.last - 1]; k >= 1; --k) {
+      if (f.xsuper[k] - 1 < lim.bw_first) break;
+      if (!cut_supernode(f, k, lim.bw_first, lim.last, bk, &c)) continue;
+      if (small_panel(c)) {
+        for (int j = 0; j < m; ++j) backward_cut<T, kHermitian>(c, bk, x + j * ld, lim.off);
+        continue;
+      }
+      const int w = c.width(), noff = c.rend - c.c1, ldc = static_cast<int>(c.ld);
+      T *x1 = x + (c.rows[c.c0] - lim.off);
+      if (noff > 0) {
+        const int *rows = c.rows + c.c1;
+        for (int j = 0; j < m; ++j) {
+          T *tj = temp + static_cast<std::int64_t>(j) * noff;
+          const T *xj = x + j * ld;
+          for (int r = 0; r < noff; ++r) tj[r] = xj[rows[r] - lim.off];
+        }
+        blas::gemm<T>(kTrans, 'N', w, m, noff, T(-1), c.L + c.c1 + c.c0 * c.ld, ldc, temp, noff,
+                      T(1), x1, ldx);
+        std::fill_n(temp, static_cast<std::int64_t>(m) * noff, T(0));
+      }
+      if (bk) {
+        int info = 0;
+        dsytrs_bwd<T, kHermitian>('L', w, m, c.block(), ldc, c.piv + c.c0, x1, ldx, &info, c.c0);
+      } else {
+        blas::trsm<T>('L', 'L', kTrans, 'U', w, m, T(1), c.block(), ldc, x1, ldx);
+        exchange(c, x1, ld, m, false);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+template <class T>
+void BLKLDLSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
+  one_rhs<T, false>(f, in, x, temp);
+}
+
+template <class T>
+void BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx,
+                        T *temp) {
+  block_rhs<T, false>(f, in, m, x, ldx, temp);
+}
+
+template void BLKLDLSLVS1_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
+                                          double *);
+template void BLKLDLSLVM_VELMORA<double>(const FactorView<double> &, const SolveInput &, int,
+                                         double *, int, double *);
+
+}  // namespace vm
