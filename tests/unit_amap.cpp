@@ -81,12 +81,18 @@ void check_map(const Handle &h, bool unz, bool symmetric, std::vector<int> &seen
   std::vector<int> row_of(h.m.nnz() + 1);
   for (int r = 1; r <= h.n; ++r)
     for (int k = h.m.ia[r - 1]; k < h.m.ia[r]; ++k) row_of[k] = r;
+  // A general matrix is factored with its matched rows on the diagonal:
+  // row r of A is row matched[r] of the factored matrix.
+  std::vector<int> matched(h.n + 1);
+  for (int r = 1; r <= h.n; ++r) matched[r] = r;
+  if (h.mtype > 10)
+    for (int i = 1; i <= h.n; ++i) matched[static_cast<const int *>(h.pt[12])[i - 1]] = i;
   for (int j = 1; j <= h.n; ++j) {
     int last_row = 0;
     for (int e = ptr[j - 1]; e < ptr[j]; ++e) {
       const int k = src[e - 1];
       const std::int64_t d = dest[e - 1] < 0 ? -dest[e - 1] : dest[e - 1];
-      const int pr = invp[row_of[k] - 1], pc = invp[h.m.ja[k - 1] - 1];
+      const int pr = invp[matched[row_of[k]] - 1], pc = invp[h.m.ja[k - 1] - 1];
       ASSERT_EQ(p.col[d], j);
       ASSERT_GT(p.row[d], last_row) << "column " << j << " not sorted";
       last_row = p.row[d];

@@ -91,9 +91,10 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   a.work = static_cast<int *>(pt_slot(pt, kPtOrderA));
   a.lwork = reorder1_work_size(cb->s.ordering, n, ladj_mod_capacity(n, c.ia));
   for (std::int64_t k = 0; k < domain_ints(cb); ++k) a.domains[k] = -1;
-  // The row permutation of a matching; none is computed yet, so rows keep
-  // their places.
-  const int *rowmap = nullptr;
+  // The graph is that of the matrix with the matched rows on the diagonal.
+  const int *rowmap = cb->s.mtype > 10 && has_matching(pt) && cb->s.matching_mode >= 1
+                          ? static_cast<const int *>(pt_slot(pt, kPtMatching))
+                          : nullptr;
   const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, c.perm, c.perm, cb, a);
   if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
   return status;

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "analysis/matching.h"
 #include "interface/check_input_fc.h"
 #include "interface/defaults.h"
 #include "interface/memory.h"
@@ -157,9 +158,11 @@ int analysis_stage(const CallArgs &c, ControlBlock *cb, int stage, Failure *f) {
   return code;
 }
 
-// The matching permutations and scaling factors of an unsymmetric matrix:
-// the identity and unit factors while no matching runs.
-int identity_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
+// The matching permutation and scaling factors of a general matrix: the
+// maximum-product matching when iparm(13) asks for it, else the identity
+// and unit factors.  A structurally singular matrix ends the analysis with
+// result -6.
+int unsymmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   const std::int64_t n = *c.n;
   const std::int64_t rows = n * (std::int64_t{cb->factor_rows} + 1);
   if (analysis_group(c, cb, kPtMatching, 4 * rows, -403, f) != 0) return -1;
@@ -168,6 +171,18 @@ int identity_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   double *scale = static_cast<double *>(pt_slot(c.pt, kPtScaling));
   for (std::int64_t k = 0; k < rows; ++k) match[k] = static_cast<int>(k % n) + 1;
   for (std::int64_t k = 0; k < 2 * n; ++k) scale[k] = 1.0;
+  if (cb->s.matching_mode < 1) return 0;
+  int rank = 0;
+  const int code = run_matching(*c.mtype, *c.n, c.ia, c.ja, static_cast<const double *>(c.a),
+                                cb->s.schur_size, cb->s.matching_mode, match, scale, &rank);
+  if (code == kMatchNoMemory) {
+    *f = Failure{-2, -401};
+    return -1;
+  }
+  if (code != 0) {
+    *f = Failure{-6, -rank, rank, *c.n};
+    return -1;
+  }
   return 0;
 }
 
@@ -175,6 +190,15 @@ int identity_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
 // driver.  Returns the result class (0 or negative) and fills f.
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
+  // Row pointers that do not start at 1, decrease, or end elsewhere than at
+  // the count of entries would send every stage outside its arrays.
+  const int n = *c.n;
+  bool sound = c.ia[0] == 1 && c.ia[n] - 1 == s.nnz;
+  for (int i = 0; sound && i < n; ++i) sound = c.ia[i + 1] >= c.ia[i];
+  if (!sound) {
+    *f = Failure{-3, -12};
+    return f->result;
+  }
   // Leaves of the tree for the threads: the smallest power of two at least
   // nthreads*nnodes, at most n.
   std::int64_t team = std::int64_t{s.nthreads} * s.nnodes, leaves = 1;
@@ -182,7 +206,7 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   leaves = std::min<std::int64_t>(leaves, *c.n);
   s.stack_size = std::max<std::int64_t>(8 * leaves + 4, 16);
 
-  if (*c.mtype > 10 && identity_matching(c, cb, f) != 0) return f->result;
+  if (*c.mtype > 10 && unsymmetric_matching(c, cb, f) != 0) return f->result;
 
   if (analysis_group(c, cb, kPtOrderInt, layout_ordering_block(c, cb), -400, f) != 0 ||
       analysis_group(c, cb, kPtOrderA, ordering_work_bytes(c, cb), -600, f) != 0)
