@@ -72,6 +72,14 @@ void xerbla_(const char *, const int *, std::size_t);
 void sgetrf_(const int *, const int *, float *, const int *, int *, int *);
 void zgetrf_(const int *, const int *, void *, const int *, int *, int *);
 void cgetrf_(const int *, const int *, void *, const int *, int *, int *);
+void dger_(const int *, const int *, const double *, const double *, const int *, const double *,
+           const int *, double *, const int *);
+void sger_(const int *, const int *, const float *, const float *, const int *, const float *,
+           const int *, float *, const int *);
+void zgeru_(const int *, const int *, const void *, const void *, const int *, const void *,
+            const int *, void *, const int *);
+void cgeru_(const int *, const int *, const void *, const void *, const int *, const void *,
+            const int *, void *, const int *);
 }
 
 namespace vm::blas {
@@ -206,6 +214,22 @@ int potrf(char uplo, int n, T *a, int lda) {
     cpotrf_(&uplo, &n, a, &lda, &info);
   }
   return info;
+}
+
+// A := alpha x y^T + A, the rank-one update without conjugation (geru on
+// complex types).
+template <class T>
+void ger(int m, int n, T alpha, const T *x, int incx, const T *y, int incy, T *a, int lda) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else {
+    cgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  }
 }
 
 // Reports a bad argument (its position `arg`) of the routine `name` the
