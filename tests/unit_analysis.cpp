@@ -209,9 +209,9 @@ TEST(Analysis, CorruptPatternsAreRefusedOrSurvived) {
   testmat::Csr m = testmat::grid_laplacian(5, 5, 1, false);
   {
     testmat::Csr bad = m;
-    bad.ja[3] = 999;  // a column outside 1..n is left out of the graph
+    bad.ja[3] = 999;  // a column outside 1..n names no unknown
     Analysis an(bad, 11);
-    EXPECT_EQ(an.call(11), 0);
+    EXPECT_EQ(an.call(11), -3);
   }
   {
     testmat::Csr bad = m;

@@ -240,6 +240,22 @@ int potrf(char uplo, int n, T *a, int lda) {
   return info;
 }
 
+// A := alpha x y^T + A, the rank-one update without conjugation (geru on
+// complex types).
+template <class T>
+void ger(int m, int n, T alpha, const T *x, int incx, const T *y, int incy, T *a, int lda) {
+  if (m <= 0 || n <= 0) return;
+  if constexpr (std::is_same_v<T, double>) {
+    dger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, float>) {
+    sger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else if constexpr (std::is_same_v<T, zcomplex>) {
+    zgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  } else {
+    cgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
+  }
+}
+
 // Reports a bad argument (its position `arg`) of the routine `name` the
 // way the math library does for its own routines.
 inline void xerbla(const char *name, int arg) {
@@ -267,20 +283,6 @@ constexpr char type_letter_upper() {
   }
 }
 
-// A := alpha x y^T + A (complex types: no conjugation)
-template <class T>
-void ger(int m, int n, T alpha, const T *x, int incx, const T *y, int incy, T *a, int lda) {
-  if (m <= 0 || n <= 0) return;
-  if constexpr (std::is_same_v<T, double>) {
-    dger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
-  } else if constexpr (std::is_same_v<T, float>) {
-    sger_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
-  } else if constexpr (std::is_same_v<T, zcomplex>) {
-    zgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
-  } else {
-    cgeru_(&m, &n, &alpha, x, &incx, y, &incy, a, &lda);
-  }
-}
 
 // A := alpha x x^T + A, one triangle (complex types: no conjugation)
 template <class T>

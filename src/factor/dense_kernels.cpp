@@ -133,6 +133,70 @@ void dpotf2_logdet(char uplo, int n, T *a, int lda, int *info, double *logdet) {
   *info = lower ? potf2_lower(n, a, lda, logdet) : potf2_upper(n, a, lda);
 }
 
+// Replacement value of a perturbed LU pivot when the threshold is 0.
+constexpr double kLuDefaultPivot = 1e-13;
+
+template <class T>
+void dgetrf_p(int m, int n, T *a, int lda, int *ipiv, int *pivot_col, int *npert, double eps,
+              int *info) {
+  using R = real_of<T>;
+  *info = 0;
+  if (m < 0) {
+    *info = -1;
+  } else if (n < 0) {
+    *info = -2;
+  } else if (lda < (m > 1 ? m : 1)) {
+    *info = -4;
+  }
+  if (*info != 0 || m == 0 || n == 0) return;
+  const std::ptrdiff_t ld = lda;
+  const R value = static_cast<R>(eps != 0.0 ? std::fabs(eps) : kLuDefaultPivot);
+  auto at = [a, ld](int i, int j) -> T & { return a[i + j * ld]; };
+  const int steps = m < n ? m : n;
+  for (int k = 0; k < steps; ++k) {
+    // Largest magnitude of the trailing block; ties go to the later entry.
+    int ip = k, jp = k;
+    R amax = R(0);
+    for (int j = k; j < n; ++j) {
+      const T *col = a + j * ld;
+      for (int i = k; i < m; ++i) {
+        const R v = abs_of(col[i]);
+        if (v >= amax) {
+          amax = v;
+          ip = i;
+          jp = j;
+        }
+      }
+    }
+    if (ip != k) {
+      for (int j = 0; j < n; ++j) std::swap(at(k, j), at(ip, j));
+    }
+    ipiv[k] = ip + 1;
+    if (jp != k) {
+      T *ck = a + k * ld;
+      T *cp = a + jp * ld;
+      for (int i = 0; i < m; ++i) std::swap(ck[i], cp[i]);
+    }
+    pivot_col[k] = jp + 1;
+
+    T &p = at(k, k);
+    if (eps >= static_cast<double>(abs_of(p))) {
+      ++*npert;
+      p = real_part(p) < R(0) ? T(-value) : T(value);
+    }
+    const T pk = p;
+    T *below = a + k * ld + k + 1;
+    for (int i = 0; i < m - k - 1; ++i) below[i] /= pk;
+    blas::ger<T>(m - k - 1, n - k - 1, T(-1), below, 1, a + (k + 1) * ld + k, lda,
+                 a + (k + 1) * ld + k + 1, lda);
+  }
+}
+
+template void dgetrf_p<double>(int, int, double *, int, int *, int *, int *, double, int *);
+template void dgetrf_p<float>(int, int, float *, int, int *, int *, int *, double, int *);
+template void dgetrf_p<zcomplex>(int, int, zcomplex *, int, int *, int *, int *, double, int *);
+template void dgetrf_p<ccomplex>(int, int, ccomplex *, int, int *, int *, int *, double, int *);
+
 template void dpotf2_logdet<double>(char, int, double *, int, int *, double *);
 template void dpotf2_logdet<float>(char, int, float *, int, int *, double *);
 template void dpotf2_logdet<zcomplex>(char, int, zcomplex *, int, int *, double *);

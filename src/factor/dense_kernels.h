@@ -109,6 +109,31 @@ void dsytrs_diag(char uplo, int n, int nrhs, const T *a, int lda, const int *ipi
 template <class T, bool kHermitian = false>
 void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
                 int *info, int ipiv_base = 0);
+// ---- LU with complete pivoting inside the block ------------------------
+
+// dgetrf_p: P A Q = L U of the m x n block a (leading dimension lda), L
+// unit lower (stored below the diagonal), U upper, by complete pivoting:
+// step k takes the entry of largest magnitude of the trailing block (rows
+// and columns k..), scanning column by column and row by row, a later
+// equal magnitude winning; its row is exchanged with row k over the whole
+// width of the block and its column with column k over the whole height.
+//   ipiv(k), pivot_col(k): the row and column exchanged with k, one-based
+//   and block-relative (always at least k).
+//   A pivot p with |p| <= eps is replaced by value (or -value when p is
+//   negative; the real part decides on complex types), value = |eps|, or
+//   1e-13 when eps is 0, and *npert is incremented: with eps 0 only exact
+//   zeros are replaced.  The step then divides the column below the pivot
+//   by it entry by entry and takes the rank-one product off the trailing
+//   block (ger).
+//   info = 0, or -1, -2, -4 for a bad m, n or lda; nothing is reported to
+//   the math library's error routine.
+template <class T>
+void dgetrf_p(int m, int n, T *a, int lda, int *ipiv, int *pivot_col, int *npert, double eps,
+              int *info);
+
+// ---- LDL^T and LU kernels of the other families --------------------------
+// (dgetf2_diagpiv, dsytf2_pert, dsytrs_half and its three stages,
+// dgetrf_p follow here, with the same conventions.)
 
 }  // namespace vm
 

@@ -12,6 +12,7 @@
 #include "analysis/symbolic.h"
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
+#include "factor/blklu.h"
 #include "interface/control.h"
 
 namespace vm {
@@ -84,6 +85,25 @@ void dump_symbolic(const FactorView<void> &f, bool with_u) {
   }
 }
 
+// Runs an LU member on factor storage of element type T and, with
+// determinant 1, adds the pivots' share of log|det| to rctl(18).
+template <class T>
+void run_lu_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
+                   FactorWork<void> &work, FactorScalars *sc) {
+  FactorWork<T> w = typed<T>(work);
+  const FactorView<T> v = typed<T>(f);
+  if (member == FactorMember::kBlkluSeq) {
+    BLKLU_SEQ_VELMORA<T>(v, in, w, *sc);
+  } else if (member == FactorMember::kBlkluRisc) {
+    BLKLU_RISC_VELMORA<T>(v, in, w, *sc);
+  } else if (member == FactorMember::kBlkluUnsymSeq) {
+    BLKLU_UNSYM_SEQ_VELMORA<T>(v, in, w, *sc);
+  } else {
+    BLKLU_UNSYM_RISC_VELMORA<T>(v, in, w, *sc);
+  }
+  if (sc->iflag == 0 && sc->determinant == 1) *sc->logdet += lu_log_determinant(v);
+}
+
 // Runs a member of the symmetric table.  Members this build does not have
 // set kFactorNotAvailable.
 void run_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
@@ -113,6 +133,12 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
       BLKLDL_RISC_VELMORA<double>(typed<double>(f), in, w, *sc);
       return;
     }
+    case FactorMember::kBlkluSeq:
+    case FactorMember::kBlkluRisc:
+    case FactorMember::kBlkluUnsymSeq:
+    case FactorMember::kBlkluUnsymRisc:
+      run_lu_member<double>(member, f, in, work, sc);
+      return;
     default:
       sc->iflag = kFactorNotAvailable;
       return;
@@ -233,10 +259,10 @@ int NUMFCT_UNSYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
   sc->determinant = opt.determinant;
 
   dump_symbolic(f, true);
+  // With determinant 1 the LU members' runner adds log|u_jj| of U's
+  // diagonal to rctl(18) (the complex members will add the complex
+  // logarithm, with pi for each exchanged row or column, into rctl(17)).
   run_member(select_factor_member(opt), f, in, work, sc);
-  // With determinant 1 the log-determinant of U's diagonal is summed here
-  // once the LU members exist (real: log|u_jj| into rctl(18); complex: the
-  // complex logarithm, with pi for each exchanged column, into rctl(17)).
   dump_factor("lnz after numerical factorization", f.lnz, f.xlnz[f.n] - 1, opt);
   if (f.xunz != nullptr) {
     dump_factor("unz after numerical factorization", f.unz, f.xunz[f.n] - 1, opt);

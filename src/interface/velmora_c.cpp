@@ -191,10 +191,12 @@ int unsymmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
   // Row pointers that do not start at 1, decrease, or end elsewhere than at
-  // the count of entries would send every stage outside its arrays.
+  // the count of entries would send every stage outside its arrays, and a
+  // column outside 1..n names no unknown: such a pattern is refused.
   const int n = *c.n;
   bool sound = c.ia[0] == 1 && c.ia[n] - 1 == s.nnz;
   for (int i = 0; sound && i < n; ++i) sound = c.ia[i + 1] >= c.ia[i];
+  for (int k = 0; sound && k < s.nnz; ++k) sound = c.ja[k] >= 1 && c.ja[k] <= n;
   if (!sound) {
     *f = Failure{-3, -12};
     return f->result;

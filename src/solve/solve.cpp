@@ -10,6 +10,7 @@
 #include "factor/scalar_traits.h"
 #include "solve/gather_scatter.h"
 #include "solve/ublkldlslvs1.h"
+#include "solve/ublkslv1_unsym.h"
 #include "solve/ublkslvs1.h"
 
 namespace vm {
@@ -51,11 +52,49 @@ void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparall
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
 
+// The unsymmetric dispatcher: as the symmetric one, with the LU kernels
+// (row exchanges only for the structurally symmetric types, row and column
+// exchanges for the general ones) and the transpose flag iparm(12), which
+// also tells the gather and the scatter which side each scaling takes.
+template <class T>
+void solve_unsymmetric(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m,
+                       double *b, double *x, T *z, T *block, T *temp, int ld) {
+  const int n = in.n;
+  const bool general = in.mtype == 11 || in.mtype == 13;
+  PSOL_FWGATH_VELMORA<T>(in.transposed, n, in.mtype, m, b, z, in.perm, in.q, in.scale,
+                         in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
+  if (m == 1 && rhsparallel == 0 && general) {
+    BLKSLV1_UNSYM_VELMORA<T>(f, in, z, temp);
+  } else if (m == 1 && rhsparallel == 0) {
+    BLKSLV1_VELMORA<T>(f, in, z, temp);
+  } else if (general) {
+    BLKSLV1M_UNSYM_VELMORA<T>(f, in, m, z, ld, block);
+  } else {
+    BLKSLV1M_VELMORA<T>(f, in, m, z, ld, block);
+  }
+  PSOL_BWSCAT_VELMORA<T>(in.transposed, in.to_b, n, in.mtype, m, b, z, x, in.perm, in.q, in.scale,
+                         in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
+}
+
+bool lu_type(int mtype) {
+  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
+}
+
+template <class T>
+void solve_dispatch(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m, double *b,
+                    double *x, T *z, T *block, T *temp, int ld) {
+  if (lu_type(in.mtype)) {
+    solve_unsymmetric<T>(f, in, rhsparallel, m, b, x, z, block, temp, ld);
+  } else {
+    solve_symmetric<T>(f, in, rhsparallel, m, b, x, z, block, temp, ld);
+  }
+}
+
 // Whether this element type has a substitution family for mtype: the
-// Cholesky family (2) and the LDL^T family (-2) of real matrices.
+// Cholesky, LDL^T and the two LU families of real matrices are built.
 template <class T>
 bool family_available(int mtype) {
-  return (mtype == 2 || mtype == -2) && !scalar_traits<T>::is_complex;
+  return (mtype == 2 || mtype == -2 || mtype == 1 || mtype == 11) && !scalar_traits<T>::is_complex;
 }
 
 }  // namespace
@@ -89,7 +128,7 @@ void SOLVE_VELMORA(const FactorView<T> &f, const SolveInput &in, double *b, doub
   const int len = solve_vector_length(in);
 
   if (in.nrhs == 1) {
-    solve_symmetric<T>(f, in, 0, 1, b, x, w.z, w.block, w.temp, len);
+    solve_dispatch<T>(f, in, 0, 1, b, x, w.z, w.block, w.temp, len);
     return;
   }
 
@@ -109,7 +148,7 @@ void SOLVE_VELMORA(const FactorView<T> &f, const SolveInput &in, double *b, doub
     if (m < 1) continue;
     const std::int64_t at = static_cast<std::int64_t>(start[k] - 1) * len;
     double *xk = x != nullptr ? x + at * width : nullptr;  // x is unused when b takes the result
-    solve_symmetric<T>(f, in, 1, m, b + at * width, xk, w.z + at, w.block + at, nullptr, len);
+    solve_dispatch<T>(f, in, 1, m, b + at * width, xk, w.z + at, w.block + at, nullptr, len);
   }
 }
 

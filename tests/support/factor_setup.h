@@ -2,7 +2,9 @@
  * factor_setup.h - the symbolic factor of a test matrix, built with the
  * analysis routines of the library (adjacency, AMD or METIS, sfinit,
  * REORDER2_VELMORA), and a scatter map of A into the panels made by plain
- * search, for tests and benchmarks of the numeric factorization.
+ * search, for tests and benchmarks of the numeric factorization.  With
+ * unsym the factor also gets U (xunz) and the maps of a general matrix
+ * (AMAP_UNSYM_VELMORA) of a CSR matrix holding all its entries.
  */
 #ifndef VELMORA_TESTS_FACTOR_SETUP_H
 #define VELMORA_TESTS_FACTOR_SETUP_H
@@ -11,6 +13,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "analysis/amap.h"
 #include "analysis/domains.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/ordering.h"
@@ -32,6 +35,9 @@ struct Symbolic {
   // scatter map of the upper triangle of A into lnz
   std::vector<int> map_ptr, map_src, map_row;
   std::vector<std::int64_t> map_dest;
+  // general matrices: offsets of unz and the map of the entries landing there
+  std::vector<std::int64_t> xunz, umap_dest;
+  std::vector<int> umap_ptr, umap_src, umap_row;
   int status = 0;  // nonzero when a stage failed
 };
 
@@ -50,8 +56,10 @@ inline std::int64_t place(const Symbolic &s, int r, int c) {
 // supernodes, nschur keeps the last rows out of the factorization; with
 // METIS, tasks > 1 asks nested dissection for that many independent
 // subtrees (Symbolic::domains, as the task-parallel solve takes them).
+// With unsym, a general matrix whose row i of the factored matrix is row
+// rowmap(i) of a (rowmap null: the identity), for the LU families.
 inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int nschur = 0,
-                        int tasks = 1) {
+                        int tasks = 1, bool unsym = false, const int *rowmap = nullptr) {
   Symbolic s;
   const int n = a.n;
   s.n = n;
@@ -59,7 +67,7 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
   std::vector<int> xadj(n + 1),
       adjncy(std::max<std::int64_t>(1, vm::ladj_mod_capacity(n, a.ia.data())));
   std::vector<int> work(vm::ladj_mod_work_size(n) + 1);
-  vm::LADJ_MOD_VELMORA(n, a.ia.data(), a.ja.data(), nullptr, 1, xadj.data(), adjncy.data(),
+  vm::LADJ_MOD_VELMORA(n, a.ia.data(), a.ja.data(), rowmap, 1, xadj.data(), adjncy.data(),
                        work.data());
   s.perm.resize(n);
   s.invp.resize(n);
@@ -105,18 +113,41 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
   s.lindx.resize(nsub);
   s.xlnz.resize(n + 1);
   s.xsuper.resize(ns + 1);
+  if (unsym) s.xunz.resize(n + 1);
   vm::SymbolicCounts counts{};
   work.assign(vm::reorder2_work_size(n, ns), 0);
   s.status = vm::REORDER2_VELMORA(
       n, ns, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(), s.xsuper.data(),
-      s.snode.data(), colcnt.data(), ndom, domains.data(), 0, 0, 0, 0, nsub, parent.data(),
-      sparent.data(), first_child.data(), next_sibling.data(), s.tasklist.data(), s.xlindx.data(),
-      s.lindx.data(), s.xlnz.data(), nullptr, upd_first.data(), upd_next.data(), s.nmod.data(),
-      &counts, work.data());
+      s.snode.data(), colcnt.data(), ndom, domains.data(), unsym ? 1 : 0, 0, 0, 0, nsub,
+      parent.data(), sparent.data(), first_child.data(), next_sibling.data(), s.tasklist.data(),
+      s.xlindx.data(), s.lindx.data(), s.xlnz.data(), unsym ? s.xunz.data() : nullptr,
+      upd_first.data(), upd_next.data(), s.nmod.data(), &counts, work.data());
   s.tmpsiz = counts.tmpsiz;
   s.ntasks = ndom > 1 ? ndom : 1;
   s.domains = domains;
   if (s.status != 0) return s;
+  if (unsym) {
+    const std::int64_t nnz = a.nnz() + 1;
+    s.map_ptr.resize(n + 1);
+    s.map_dest.resize(nnz);
+    s.map_src.resize(nnz);
+    s.map_row.resize(nnz);
+    s.umap_ptr.resize(n + 1);
+    s.umap_dest.resize(nnz);
+    s.umap_src.resize(nnz);
+    s.umap_row.resize(nnz);
+    work.assign(vm::amap_work_size(n, nnz), 0);
+    std::int64_t ucount = 0;
+    const vm::AmapOut lmap{s.map_ptr.data(), s.map_dest.data(), s.map_src.data(), s.map_row.data()};
+    const vm::AmapOut umap{s.umap_ptr.data(), s.umap_dest.data(), s.umap_src.data(),
+                           s.umap_row.data()};
+    if (vm::AMAP_UNSYM_VELMORA(n, a.ia.data(), a.ja.data(), rowmap, s.perm.data(), s.invp.data(),
+                               s.xsuper.data(), s.snode.data(), s.xlindx.data(), s.lindx.data(),
+                               s.xlnz.data(), s.xunz.data(), 1, lmap, umap, &ucount,
+                               work.data()) < 0)
+      s.status = -100;
+    return s;
+  }
 
   // Each stored entry (r, c) of the upper triangle goes to column
   // min(invp r, invp c); it lands transposed when invp r < invp c.
@@ -146,8 +177,15 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
   return s;
 }
 
+// What an LU factor adds to lnz: U beyond the diagonal blocks and the
+// exchanges inside them.
+struct LuStorage {
+  std::vector<double> unz;
+  std::vector<int> pivot, pivot_col;
+};
+
 // The records the factorization takes, over the arrays of s and of a
-// caller's lnz and work space.
+// caller's lnz (and, for the LU families, lu) and work space.
 struct Records {
   vm::FactorView<double> view;
   vm::MatrixInput input;
@@ -157,7 +195,8 @@ struct Records {
   std::vector<int> pivot;  // block exchanges of the LDL^T families
 };
 
-inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<double> *lnz) {
+inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<double> *lnz,
+                       LuStorage *lu = nullptr) {
   Records r;
   const int n = s.n;
   lnz->assign(std::max<std::int64_t>(1, s.xlnz[n] - 1), 0.0);
@@ -190,6 +229,19 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
   r.work.tmpsiz = s.tmpsiz;
   r.work.nmod = s.nmod.data();
   r.work.pnlsch = s.tasklist.data();
+  if (lu != nullptr) {
+    lu->unz.assign(std::max<std::int64_t>(1, s.xunz[n] - 1), 0.0);
+    lu->pivot.assign(n, 0);
+    lu->pivot_col.assign(n, 0);
+    r.view.xunz = s.xunz.data();
+    r.view.unz = lu->unz.data();
+    r.view.pivot = lu->pivot.data();
+    r.view.pivot_col = lu->pivot_col.data();
+    r.input.umap.ptr = s.umap_ptr.data();
+    r.input.umap.dest = s.umap_dest.data();
+    r.input.umap.src = s.umap_src.data();
+    r.input.umap.row = s.umap_row.data();
+  }
   return r;
 }
 
