@@ -283,7 +283,6 @@ constexpr char type_letter_upper() {
   }
 }
 
-
 // A := alpha x x^T + A, one triangle (complex types: no conjugation)
 template <class T>
 void syr(char uplo, int n, T alpha, const T *x, int incx, T *a, int lda) {
