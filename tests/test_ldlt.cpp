@@ -97,7 +97,7 @@ struct Result {
   double berr;
 };
 
-Result solve(const testmat::Csr &m, int pivoting, int ordering) {
+Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0) {
   std::array<void *, 64> pt{};
   std::array<int, 64> iparm{};
   std::array<double, 64> dparm{};
@@ -105,6 +105,7 @@ Result solve(const testmat::Csr &m, int pivoting, int ordering) {
   velmorainit(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
   iparm[20] = pivoting;
   iparm[1] = ordering;
+  iparm[12] = matching;
   std::vector<double> a = m.a, b(n), x(n);
   for (int i = 0; i < n; ++i) b[i] = std::sin(0.3 * i) + 0.5;
   std::vector<int> perm(n);
@@ -138,6 +139,25 @@ TEST(Indefinite, InertiaAndBackwardErrorInBothPivotModes) {
           EXPECT_GT(r.steps, 0) << "perturbed pivots are refined";
         }
       }
+    }
+  }
+}
+
+TEST(Indefinite, SymmetricMatchingKeepsPairsTogether) {
+  // Every constraint row has a zero diagonal: without the matching each
+  // becomes a perturbed pivot; with it, constraint and node form 2x2 pivots.
+  for (const auto &[name, m] : {std::pair{std::string("KKT 14x14, 60"), kkt(14, 60, 4)},
+                                std::pair{std::string("KKT 20x20, 150"), kkt(20, 150, 5)}}) {
+    const auto want = dense_inertia(m);
+    for (int ordering : {2, 3, 4}) {
+      SCOPED_TRACE(name + " ordering " + std::to_string(ordering));
+      const Result with = solve(m, 1, ordering, 1);
+      const Result without = solve(m, 1, ordering, 0);
+      ASSERT_EQ(with.error, 0);
+      EXPECT_EQ(with.pos, want.first);
+      EXPECT_EQ(with.neg, want.second);
+      EXPECT_LT(with.berr, 1e-14);
+      EXPECT_LT(with.perturbed, without.perturbed);
     }
   }
 }

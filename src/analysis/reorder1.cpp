@@ -92,7 +92,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   s.target_domains = domain_target(n, s.nthreads, s.nnodes);
   int ndom = 1;
   int status = 0;
-  if (s.perm_mode >= 1) {
+  if (s.perm_mode >= 1 || s.sym_matched) {
     status = take_user_perm(n, user_perm, a.perm, a.work);
   } else {
     status = run_ordering(n, cb, a, s.target_domains, &ndom);
@@ -100,7 +100,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   debug_dump_array("invp after sssord", a.invp, n, 4);
   debug_dump_array("perm after sssord", a.perm, n, 4);
   if (status != 0) return status;
-  const bool dissection = s.perm_mode < 1 && (s.ordering == 2 || s.ordering == 3);
+  const bool dissection = s.perm_mode < 1 && !s.sym_matched && (s.ordering == 2 || s.ordering == 3);
 
   // Domains: nested dissection hands its subgraphs over; everything else,
   // and any partial solve, is one domain.

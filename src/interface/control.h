@@ -121,6 +121,7 @@ struct ControlState {
   std::int32_t marked_rows;  // rows of a partial solve
   std::int32_t first_root;   // first root of the supernodal tree
   std::int32_t nadj;         // entries of the adjacency graph
+  std::int32_t sym_matched;  // 1: the order in pt(15) came from a symmetric matching
   std::int64_t nsub;         // length of lindx
   std::int64_t fill;         // entries of L by columns, diagonal included
   std::int64_t tmpsiz;       // entries of the dense update buffer

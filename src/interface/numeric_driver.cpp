@@ -95,7 +95,10 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   const int *rowmap = cb->s.mtype > 10 && has_matching(pt) && cb->s.matching_mode >= 1
                           ? static_cast<const int *>(pt_slot(pt, kPtMatching))
                           : nullptr;
-  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, c.perm, c.perm, cb, a);
+  // The order of a symmetric matching is taken as given, like a caller's.
+  const int *given =
+      cb->s.sym_matched ? static_cast<const int *>(pt_slot(pt, kPtSymMatching)) : c.perm;
+  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, given, c.perm, cb, a);
   if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
   return status;
 }

@@ -13,7 +13,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "analysis/bitvec.h"
 #include "analysis/matching.h"
+#include "analysis/perm.h"
 #include "interface/check_input_fc.h"
 #include "interface/defaults.h"
 #include "interface/memory.h"
@@ -186,6 +188,50 @@ int unsymmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return 0;
 }
 
+// Symmetric indefinite matrices with iparm(13) set: a matching pairs rows
+// whose 2x2 blocks hold large entries, and the ordering of the compressed
+// graph keeps each pair adjacent.  The resulting order goes to pt(15); the
+// analysis then takes it as given.
+int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  ControlState &s = cb->s;
+  const int n = *c.n;
+  const std::int64_t rows = std::int64_t{n} * (std::int64_t{cb->factor_rows} + 1);
+  if (analysis_group(c, cb, kPtMatching, 4 * rows, -403, f) != 0 ||
+      analysis_group(c, cb, kPtScaling, 16 * std::int64_t{n}, -404, f) != 0 ||
+      analysis_group(c, cb, kPtSymMatching, 4 * std::int64_t{n}, -400, f) != 0)
+    return -1;
+  int *match = static_cast<int *>(pt_slot(c.pt, kPtMatching));
+  double *scale = static_cast<double *>(pt_slot(c.pt, kPtScaling));
+  int rank = 0;
+  const int code = run_matching(s.mtype, n, c.ia, c.ja, static_cast<const double *>(c.a),
+                                s.schur_size, s.matching_mode, match, scale, &rank);
+  if (code == kMatchNoMemory) {
+    *f = Failure{-2, -401};
+    return -1;
+  }
+  if (code != 0) {
+    *f = Failure{-6, -rank, rank, n};
+    return -1;
+  }
+  SymmetricMatching out{};
+  out.perm = static_cast<int *>(pt_slot(c.pt, kPtSymMatching));
+  out.target = 1;
+  // The filled structure of iparm(13) 2 and 4 is not kept: pairs are
+  // ordered together, and the factorization pivots inside its blocks.
+  run_symmetric_matching(s.mtype, n, c.ia, c.ja, static_cast<const double *>(c.a), s.schur_size,
+                         match, s.ordering, ip(c.iparm, 28), 0, &out);
+  if (out.pivots) bitvec_free(out.pivots);
+  if (out.ddist) perm_free(out.ddist);
+  if (out.Af) smat_free(out.Af);
+  if (out.map_o2f) perm_free(out.map_o2f);
+  if (out.status != 0) {
+    *f = Failure{-3, out.status};
+    return -1;
+  }
+  s.sym_matched = 1;
+  return 0;
+}
+
 // Analysis: the groups of each stage, then stages 1 to 3 of the numeric
 // driver.  Returns the result class (0 or negative) and fills f.
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
@@ -209,6 +255,9 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   s.stack_size = std::max<std::int64_t>(8 * leaves + 4, 16);
 
   if (*c.mtype > 10 && unsymmetric_matching(c, cb, f) != 0) return f->result;
+  if ((*c.mtype == -2 || *c.mtype == -4 || *c.mtype == 6) && s.matching_mode >= 1 &&
+      symmetric_matching(c, cb, f) != 0)
+    return f->result;
 
   if (analysis_group(c, cb, kPtOrderInt, layout_ordering_block(c, cb), -400, f) != 0 ||
       analysis_group(c, cb, kPtOrderA, ordering_work_bytes(c, cb), -600, f) != 0)
