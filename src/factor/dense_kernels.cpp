@@ -228,15 +228,6 @@ inline real_of<T> cabs1(T v) {
   }
 }
 
-template <bool kConj, class T>
-inline T conj_if(T v) {
-  if constexpr (kConj) {
-    return conj_of(v);
-  } else {
-    return v;
-  }
-}
-
 // Column-major element access with a 64-bit stride.
 template <class T>
 struct Block {

@@ -53,6 +53,16 @@ inline T conj_of(T v) {
   }
 }
 
+// Conjugate when kConj (the Hermitian forms), the value otherwise.
+template <bool kConj, class T>
+inline T conj_if(T v) {
+  if constexpr (kConj) {
+    return conj_of(v);
+  } else {
+    return v;
+  }
+}
+
 // Magnitude |v|.
 template <class T>
 inline real_of<T> abs_of(T v) {

@@ -33,15 +33,6 @@ inline void count(std::int64_t UpdateKernelCounts::*field) {
   if (g_ldl_counts != nullptr) ++(g_ldl_counts->*field);
 }
 
-template <bool kConj, class T>
-inline T conj_if(T v) {
-  if constexpr (kConj) {
-    return conj_of(v);
-  } else {
-    return v;
-  }
-}
-
 template <class T>
 struct Target {
   int first = 0;

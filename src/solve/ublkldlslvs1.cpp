@@ -76,15 +76,6 @@ unsigned steps_of(int s, bool block) {
   }
 }
 
-template <bool kConj, class T>
-inline T conj_if(T v) {
-  if constexpr (kConj) {
-    return conj_of(v);
-  } else {
-    return v;
-  }
-}
-
 // The part of supernode k's panel a pass uses: block columns c0 .. c1-1
 // and panel rows up to rend-1 (rows beyond the Schur limit cut off).  With
 // Bunch-Kaufman pivots c0 is moved to the start of a pivot.
