@@ -162,6 +162,27 @@ TEST(Indefinite, SymmetricMatchingKeepsPairsTogether) {
   }
 }
 
+TEST(Indefinite, FilledStructureOfThePairs) {
+  // The zero block stored explicitly, as optimisers store it: every row
+  // holds its diagonal, so iparm(13) 2 builds the filled structure.
+  testmat::Csr m = kkt(16, 80, 6);
+  std::vector<std::pair<std::pair<int, int>, double>> e;
+  for (int i = 0; i < m.n; ++i) {
+    e.push_back({{i, i}, 0.0});
+    for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) e.push_back({{i, m.ja[k] - 1}, m.a[k]});
+  }
+  m = testmat::from_entries(m.n, e, true);
+  const auto want = dense_inertia(m);
+  for (int mode : {1, 2}) {
+    SCOPED_TRACE("iparm(13) " + std::to_string(mode));
+    const Result r = solve(m, 1, 3, mode);
+    ASSERT_EQ(r.error, 0);
+    EXPECT_EQ(r.pos, want.first);
+    EXPECT_EQ(r.neg, want.second);
+    EXPECT_LT(r.berr, 1e-14);
+  }
+}
+
 TEST(Indefinite, RealMatrixFromTheCollection) {
   const auto m = testmat::from_file("reorientation_1.mtx", true);
   ASSERT_GT(m.n, 0);

@@ -18,6 +18,7 @@
 #include "interface/report_error.h"
 #include "solve/refine.h"
 #include "solve/solve.h"
+#include "velmora_smat.h"
 
 namespace vm {
 
@@ -158,6 +159,21 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   in.a = static_cast<const double *>(c.a);
   in.ia = c.ia;
   in.ja = c.ja;
+  // A symmetric matching with a filled structure: the values of A go to
+  // their places in Af (the other entries of Af stay zero), and the
+  // factorization reads Af, for which the maps were made.
+  void *record = pt_slot(pt, kPtMatrixRecord);
+  if (record != nullptr && reinterpret_cast<std::intptr_t>(record) != kSentinel) {
+    smat *af = static_cast<smat *>(record);
+    const int *place = static_cast<const int *>(pt_slot(pt, kPtBlockA));
+    const int width = s.complex_factor;
+    const double *a = static_cast<const double *>(c.a);
+    for (std::int64_t k = 0; k < s.nnz; ++k)
+      for (int w = 0; w < width; ++w) af->a[std::int64_t{place[k]} * width + w] = a[k * width + w];
+    in.a = af->a;
+    in.ia = af->ia;
+    in.ja = af->ja;
+  }
   in.scale = static_cast<const double *>(pt_slot(pt, kPtScaling));
   in.scaling_on = in.scale ? s.scaling_on : 0;
   in.perm = carved<int>(pt, cb, kPtSymbolic, kSymPerm);

@@ -188,6 +188,14 @@ int unsymmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return 0;
 }
 
+// The filled structure of a symmetric matching, when analysis kept one.
+const smat *filled_matrix(void **pt) {
+  void *p = pt_slot(pt, kPtMatrixRecord);
+  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel
+             ? static_cast<const smat *>(p)
+             : nullptr;
+}
+
 // Symmetric indefinite matrices with iparm(13) set: a matching pairs rows
 // whose 2x2 blocks hold large entries, and the ordering of the compressed
 // graph keeps each pair adjacent.  The resulting order goes to pt(15); the
@@ -216,14 +224,31 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   SymmetricMatching out{};
   out.perm = static_cast<int *>(pt_slot(c.pt, kPtSymMatching));
   out.target = 1;
-  // The filled structure of iparm(13) 2 and 4 is not kept: pairs are
-  // ordered together, and the factorization pivots inside its blocks.
+  // iparm(13) 2 and 4: both rows of every pair get one pattern (the filled
+  // structure Af), so that a pair always stays in one supernode.  Af is
+  // built on rows that hold their diagonal; without it the pairs are only
+  // ordered together.
+  bool every_diagonal = true;
+  for (int i = 0; every_diagonal && i < n; ++i)
+    every_diagonal = c.ia[i] < c.ia[i + 1] && c.ja[c.ia[i] - 1] == i + 1;
+  const int fill = (s.matching_mode == 2 || s.matching_mode == 4) && every_diagonal ? 1 : 0;
   run_symmetric_matching(s.mtype, n, c.ia, c.ja, static_cast<const double *>(c.a), s.schur_size,
-                         match, s.ordering, ip(c.iparm, 28), 0, &out);
+                         match, s.ordering, ip(c.iparm, 28), fill, &out);
   if (out.pivots) bitvec_free(out.pivots);
   if (out.ddist) perm_free(out.ddist);
+  int failed = 0;
+  if (out.Af && out.status == 0) {
+    // Af in pt(16) (its own record), the place of each entry of A in Af
+    // in pt(18).
+    pt_slot(c.pt, kPtMatrixRecord) = out.Af;
+    out.Af = nullptr;
+    failed = analysis_group(c, cb, kPtBlockA, 4 * std::int64_t{s.nnz}, -400, f);
+    if (failed == 0)
+      std::memcpy(pt_slot(c.pt, kPtBlockA), out.map_o2f->p, 4 * static_cast<std::size_t>(s.nnz));
+  }
   if (out.Af) smat_free(out.Af);
   if (out.map_o2f) perm_free(out.map_o2f);
+  if (failed != 0) return -1;
   if (out.status != 0) {
     *f = Failure{-3, out.status};
     return -1;
@@ -231,6 +256,8 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   s.sym_matched = 1;
   return 0;
 }
+
+int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f);
 
 // Analysis: the groups of each stage, then stages 1 to 3 of the numeric
 // driver.  Returns the result class (0 or negative) and fills f.
@@ -259,6 +286,24 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
       symmetric_matching(c, cb, f) != 0)
     return f->result;
 
+  // With a filled structure the analysis works on Af: its pattern holds A's.
+  const smat *af = filled_matrix(c.pt);
+  CallArgs ca = c;
+  const int user_nnz = s.nnz;
+  if (af) {
+    ca.ia = af->ia;
+    ca.ja = af->ja;
+    ca.a = af->a;
+    s.nnz = static_cast<int>(af->nnz);
+  }
+  const int result = analysis_stages(ca, cb, f);
+  s.nnz = user_nnz;
+  return result;
+}
+
+// Stages 1 to 3 with their groups, on the pattern of c.
+int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  ControlState &s = cb->s;
   if (analysis_group(c, cb, kPtOrderInt, layout_ordering_block(c, cb), -400, f) != 0 ||
       analysis_group(c, cb, kPtOrderA, ordering_work_bytes(c, cb), -600, f) != 0)
     return f->result;
