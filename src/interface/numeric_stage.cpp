@@ -197,7 +197,14 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
 
   const FactorView<void> f = factor_view<void>(pt, cb, row);
   FactorScalars sc;
+  // The supernodes are taken one after another here, so the math library
+  // runs on one thread: forking a team for each of the many small panel
+  // products costs more than it gains, and far more on a loaded machine.
+  // The caller's setting comes back afterwards.
+  const int team = omp_get_max_threads();
+  omp_set_num_threads(1);
   const int status = FACTOR_SHELL_VELMORA(opt, f, in, w, cb->rctl, cb->timer_flags, &sc);
+  omp_set_num_threads(team);
   s = saved;
   s.perturbed_pivots = sc.perturbed;
   s.inertia_pos = sc.npos;
