@@ -73,4 +73,11 @@ cc -std=c99 -Wall -Wextra -Wpedantic -Werror $cflags "$src/tests/consumer/consum
 run_and_expect "consumer: ok" "$work/pc/consumer"
 run_and_expect "fortran diag: ok" "$work/pc/diag_fortran"
 
+echo "== (c) the installed velmora-solve, which finds the library beside it"
+solver="$prefix/bin/velmora-solve"
+[ -x "$solver" ] || { echo "no $solver" >&2; exit 1; }
+out=$(env -u LD_LIBRARY_PATH "$solver" --grid 6)
+printf '%s\n' "$out"
+printf '%s\n' "$out" | grep -q '^backward error' || { echo "velmora-solve printed no summary" >&2; exit 1; }
+
 echo "== installed consumers: ok"
