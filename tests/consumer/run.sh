@@ -78,6 +78,6 @@ solver="$prefix/bin/velmora-solve"
 [ -x "$solver" ] || { echo "no $solver" >&2; exit 1; }
 out=$(env -u LD_LIBRARY_PATH "$solver" --grid 6)
 printf '%s\n' "$out"
-printf '%s\n' "$out" | grep -q '^backward error' || { echo "velmora-solve printed no summary" >&2; exit 1; }
+grep -q '^backward error' <<<"$out" || { echo "velmora-solve printed no summary" >&2; exit 1; }
 
 echo "== installed consumers: ok"
