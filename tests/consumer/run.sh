@@ -44,7 +44,7 @@ run_and_expect() {
   echo "== run $*"
   out=$(LD_LIBRARY_PATH="$libdir${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" "$@")
   printf '%s\n' "$out"
-  if ! printf '%s\n' "$out" | grep -qx "$want"; then
+  if ! grep -qx "$want" <<<"$out"; then
     echo "missing \"$want\" in the output of $*" >&2
     return 1
   fi
