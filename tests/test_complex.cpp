@@ -426,6 +426,31 @@ TEST(Complex, HermitianNonPositivePivotIsReported) {
   const ZCsr m = hermitian_grid(8, 8, 4, 1.0);
   const Result r = solve(4, m, 1, {}, true);
   EXPECT_EQ(r.error, VELMORA_ERR_FACTOR);
+  {
+    // The report names it as for a real matrix, and no solve runs after it.
+    std::array<void *, 64> pt{};
+    std::array<int, 64> iparm{};
+    std::array<double, 64> dparm{};
+    int type = 4, solver = 0, error = 0, maxfct = 1, mnum = 1, msglvl = 1, n = m.n, nrhs = 1;
+    velmorainit(pt.data(), &type, &solver, iparm.data(), dparm.data(), &error);
+    std::vector<cplx> a = m.a, b(n, cplx(1.0, 0.5)), x(n);
+    std::vector<int> perm(n);
+    auto call = [&](int phase) {
+      velmora(pt.data(), &maxfct, &mnum, &type, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
+              perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
+      return error;
+    };
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(call(13), VELMORA_ERR_FACTOR);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("*** error velmora: zero or neg. pivot, A not spd\n"), std::string::npos)
+        << out;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(call(33), VELMORA_ERR_INPUT);
+    testing::internal::GetCapturedStdout();
+    msglvl = 0;
+    call(-1);
+  }
   // The same matrix as Hermitian indefinite goes through.
   expect_solved("indefinite Hermitian grid", -4, m, 1e-14);
 }
