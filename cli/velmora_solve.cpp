@@ -669,12 +669,9 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
   return out;
 }
 
-std::string library_failure(const Outcome &r, int mtype) {
+std::string library_failure(const Outcome &r) {
   const char *what = r.phase == 11 ? "analysis" : r.phase == 22 ? "factorization" : "solve";
   std::string text = std::string(what) + " failed with error " + std::to_string(r.error);
-  if (is_complex_mtype(mtype) && (r.error == VELMORA_ERR_INPUT || r.error == VELMORA_ERR_SILENT))
-    return text + ": complex matrices (mtype " + std::to_string(mtype) + ", " + mtype_name(mtype) +
-           ") are not yet available in this library";
   return text + ": " + error_meaning(r.error);
 }
 
@@ -714,7 +711,7 @@ int run(int argc, char **argv) {
     mtype = -mtype;
     r = run_solver(o, mtype, &stored, rhs);
   }
-  if (r.error != 0) fail(p.name + ": " + library_failure(r, mtype));
+  if (r.error != 0) fail(p.name + ": " + library_failure(r));
 
   const double berr = backward_error(p.full, r.x, rhs.b, rhs.nrhs);
   const bool known = !rhs.known.empty();

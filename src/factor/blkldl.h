@@ -40,6 +40,20 @@ template <class T>
 std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                  FactorScalars &sc);
 
+// CH_BLKLDL_SEQ_VELMORA, CH_BLKLDL_RISC_VELMORA: the Hermitian members
+// (complex T), A = P L D L^H P^T with D real (1x1 pivots) or Hermitian
+// (2x2): entries of A landing in the lower triangle transposed are
+// conjugated, the updates take L21 D L21^H, the diagonal mode mirrors the
+// block with conjugates and the Bunch-Kaufman mode runs the Hermitian
+// kernels.  Arguments and results as above; BLKLDL_SEQ_VELMORA on a
+// complex T is the complex symmetric member (L D L^T, no conjugation).
+template <class T>
+std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                   FactorWork<T> &work, FactorScalars &sc);
+template <class T>
+std::int64_t CH_BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                    FactorWork<T> &work, FactorScalars &sc);
+
 // Counts the update kernels of the LDL^T loop while a record is installed
 // (tests and tuning); not synchronised.
 void set_ldl_update_kernel_counts(UpdateKernelCounts *counts);

@@ -62,6 +62,15 @@ std::int64_t BLKLU_UNSYM_RISC_VELMORA(const FactorView<T> &f, const MatrixInput 
 template <class T>
 double lu_log_determinant(const FactorView<T> &f);
 
+// Imaginary part of the complex log-determinant of a complex LU factor:
+// the sum of arg(u_jj) over the factored supernodes, plus pi (rounded to
+// single precision, 3.1415927410125732) for each column whose row
+// exchange names another row, and with `general` also for each column
+// whose column exchange names another column (each exchange flips the
+// sign of the determinant).
+template <class T>
+double lu_log_determinant_arg(const FactorView<T> &f, bool general);
+
 // Counts of the update kernels the LU loop takes, as set_update_kernel_counts
 // does for the Cholesky loop (one count per descendant update, covering
 // both products).  Not synchronised; null switches counting off.

@@ -253,7 +253,10 @@ inline void count_sign(T s, int *npos, int *nneg) {
   }
 }
 
-template <class T>
+// With kHermitian the block is Hermitian: its diagonal is real, so the
+// search and the pivot read the real part only, and the imaginary rounding
+// left by the updates on the diagonal is dropped.
+template <class T, bool kHermitian>
 void getf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                    int *nneg, double eps, double *logdet) {
   using R = real_of<T>;
@@ -277,7 +280,7 @@ void getf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert
     int kp = k;
     R best = 0;
     for (int j = k; j < mn; ++j) {
-      const R v = abs_of(A(j, j));
+      const R v = kHermitian ? std::abs(real_part(A(j, j))) : abs_of(A(j, j));
       if (v >= best) {
         best = v;
         kp = j;
@@ -289,6 +292,10 @@ void getf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert
       blas::swap<T>(m, &A(0, k), 1, &A(0, kp), 1);
     }
     T p = A(k, k);
+    if constexpr (kHermitian) {
+      p = T(real_part(p));
+      A(k, k) = p;
+    }
     if (eps >= static_cast<double>(abs_of(p))) {
       ++*npert;
       p = replaced_pivot(p, value);
@@ -571,16 +578,16 @@ inline void sub_dot(int len, int nrhs, const T *col, const T *below, T *bk, int 
 
 }  // namespace
 
-template <class T>
+template <class T, bool kHermitian>
 void dgetf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                     int *nneg, double eps) {
-  getf2_diagpiv(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, nullptr);
+  getf2_diagpiv<T, kHermitian>(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, nullptr);
 }
 
-template <class T>
+template <class T, bool kHermitian>
 void dgetf2_diagpiv_logdet(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                            int *nneg, double eps, double *logdet) {
-  getf2_diagpiv(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
+  getf2_diagpiv<T, kHermitian>(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
 }
 
 template <class T, bool kHermitian>
@@ -648,21 +655,25 @@ void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv
   }
 }
 
-template void dgetf2_diagpiv<double>(int, int, double *, int, int *, int *, int *, int *, int *,
-                                     double);
-template void dgetf2_diagpiv_logdet<double>(int, int, double *, int, int *, int *, int *, int *,
-                                            int *, double, double *);
-template void dsytf2_pert<double, false>(char, int, double *, int, int *, int *, int *, int *,
-                                         int *, double);
-template void dsytf2_pert_logdet<double, false>(char, int, double *, int, int *, int *, int *,
-                                                int *, int *, double, double *);
-template void dsytrs_half<double, false>(char, int, int, const double *, int, const int *, double *,
-                                         int, int *);
-template void dsytrs_fwd<double, false>(char, int, int, const double *, int, const int *, double *,
-                                        int, int *, int);
-template void dsytrs_diag<double, false>(char, int, int, const double *, int, const int *, double *,
-                                         int, int *);
-template void dsytrs_bwd<double, false>(char, int, int, const double *, int, const int *, double *,
-                                        int, int *, int);
+#define VELMORA_LDL_KERNELS(T, H)                                                                  \
+  template void dgetf2_diagpiv<T, H>(int, int, T *, int, int *, int *, int *, int *, int *,        \
+                                     double);                                                      \
+  template void dgetf2_diagpiv_logdet<T, H>(int, int, T *, int, int *, int *, int *, int *, int *, \
+                                            double, double *);                                     \
+  template void dsytf2_pert<T, H>(char, int, T *, int, int *, int *, int *, int *, int *, double); \
+  template void dsytf2_pert_logdet<T, H>(char, int, T *, int, int *, int *, int *, int *, int *,   \
+                                         double, double *);                                        \
+  template void dsytrs_half<T, H>(char, int, int, const T *, int, const int *, T *, int, int *);   \
+  template void dsytrs_fwd<T, H>(char, int, int, const T *, int, const int *, T *, int, int *,     \
+                                 int);                                                             \
+  template void dsytrs_diag<T, H>(char, int, int, const T *, int, const int *, T *, int, int *);   \
+  template void dsytrs_bwd<T, H>(char, int, int, const T *, int, const int *, T *, int, int *, int);
+
+// Real symmetric, complex symmetric and complex Hermitian forms.
+VELMORA_LDL_KERNELS(double, false)
+VELMORA_LDL_KERNELS(zcomplex, false)
+VELMORA_LDL_KERNELS(zcomplex, true)
+
+#undef VELMORA_LDL_KERNELS
 
 }  // namespace vm

@@ -53,10 +53,12 @@ void dpotf2_logdet(char uplo, int n, T *a, int lda, int *info, double *logdet);
 // product.  The block ends as L (unit, strict lower) and U = D L^T (upper,
 // the pivots D on the diagonal) of P^T A P.
 //   info: 0, or -1, -2, -4 for a bad m, n or lda (reported as "DGETF2").
-template <class T>
+//   kHermitian: the block is Hermitian (mirrored with conjugates); its
+//   diagonal is real, and the search and the pivots read the real part.
+template <class T, bool kHermitian = false>
 void dgetf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                     int *nneg, double eps);
-template <class T>
+template <class T, bool kHermitian = false>
 void dgetf2_diagpiv_logdet(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                            int *nneg, double eps, double *logdet);
 

@@ -13,6 +13,7 @@
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
 #include "factor/blklu.h"
+#include "factor/scalar_traits.h"
 #include "interface/control.h"
 
 namespace vm {
@@ -101,7 +102,34 @@ void run_lu_member(FactorMember member, const FactorView<void> &f, const MatrixI
   } else {
     BLKLU_UNSYM_RISC_VELMORA<T>(v, in, w, *sc);
   }
-  if (sc->iflag == 0 && sc->determinant == 1) *sc->logdet += lu_log_determinant(v);
+  if (sc->iflag == 0 && sc->determinant == 1) {
+    *sc->logdet += lu_log_determinant(v);
+    if constexpr (scalar_traits<T>::is_complex) {
+      const bool general =
+          member == FactorMember::kBlkluUnsymSeq || member == FactorMember::kBlkluUnsymRisc;
+      if (sc->logdet_im != nullptr) *sc->logdet_im += lu_log_determinant_arg(v, general);
+    }
+  }
+}
+
+// The members of the LDL^T family on factor storage of element type T:
+// kHermitian selects the CH_ members (complex T only).
+template <class T, bool kHermitian>
+void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
+                    FactorWork<void> &work, FactorScalars *sc) {
+  FactorWork<T> w = typed<T>(work);
+  const FactorView<T> v = typed<T>(f);
+  if constexpr (kHermitian) {
+    if (seq) {
+      CH_BLKLDL_SEQ_VELMORA<T>(v, in, w, *sc);
+    } else {
+      CH_BLKLDL_RISC_VELMORA<T>(v, in, w, *sc);
+    }
+  } else if (seq) {
+    BLKLDL_SEQ_VELMORA<T>(v, in, w, *sc);
+  } else {
+    BLKLDL_RISC_VELMORA<T>(v, in, w, *sc);
+  }
 }
 
 // Runs a member of the symmetric table.  Members this build does not have
@@ -138,6 +166,37 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
     case FactorMember::kBlkluUnsymSeq:
     case FactorMember::kBlkluUnsymRisc:
       run_lu_member<double>(member, f, in, work, sc);
+      return;
+    // The complex members: one source per family, on pairs of doubles.
+    case FactorMember::kChBlklSeq: {
+      FactorWork<zcomplex> w = typed<zcomplex>(work);
+      BLKL_SEQ_VELMORA<zcomplex>(typed<zcomplex>(f), in, w, *sc);
+      return;
+    }
+    case FactorMember::kChBlklRisc: {
+      FactorWork<zcomplex> w = typed<zcomplex>(work);
+      BLKL_RISC_VELMORA<zcomplex>(typed<zcomplex>(f), in, w, *sc);
+      return;
+    }
+    case FactorMember::kChBlkldlSeq:
+    case FactorMember::kChBlkldlRisc:
+      run_ldl_member<zcomplex, true>(member == FactorMember::kChBlkldlSeq, f, in, work, sc);
+      return;
+    case FactorMember::kCBlkldlSeq:
+    case FactorMember::kCBlkldlRisc:
+      run_ldl_member<zcomplex, false>(member == FactorMember::kCBlkldlSeq, f, in, work, sc);
+      return;
+    case FactorMember::kCBlkluSeq:
+      run_lu_member<zcomplex>(FactorMember::kBlkluSeq, f, in, work, sc);
+      return;
+    case FactorMember::kCBlkluRisc:
+      run_lu_member<zcomplex>(FactorMember::kBlkluRisc, f, in, work, sc);
+      return;
+    case FactorMember::kCBlkluUnsymSeq:
+      run_lu_member<zcomplex>(FactorMember::kBlkluUnsymSeq, f, in, work, sc);
+      return;
+    case FactorMember::kCBlkluUnsymRisc:
+      run_lu_member<zcomplex>(FactorMember::kBlkluUnsymRisc, f, in, work, sc);
       return;
     default:
       sc->iflag = kFactorNotAvailable;
@@ -260,8 +319,8 @@ int NUMFCT_UNSYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
 
   dump_symbolic(f, true);
   // With determinant 1 the LU members' runner adds log|u_jj| of U's
-  // diagonal to rctl(18) (the complex members will add the complex
-  // logarithm, with pi for each exchanged row or column, into rctl(17)).
+  // diagonal to rctl(18); the complex members also add the arguments of
+  // the u_jj, with pi for each exchanged row or column, into rctl(17).
   run_member(select_factor_member(opt), f, in, work, sc);
   dump_factor("lnz after numerical factorization", f.lnz, f.xlnz[f.n] - 1, opt);
   if (f.xunz != nullptr) {

@@ -197,9 +197,14 @@ std::int64_t BLKL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fa
   return BLKL_SEQ_VELMORA(f, in, work, sc);
 }
 
+// Real symmetric (double) and complex Hermitian (zcomplex: A = L L^H).
 template std::int64_t BLKL_SEQ_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
                                                FactorWork<double> &, FactorScalars &);
 template std::int64_t BLKL_RISC_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
                                                 FactorWork<double> &, FactorScalars &);
+template std::int64_t BLKL_SEQ_VELMORA<zcomplex>(const FactorView<zcomplex> &, const MatrixInput &,
+                                                 FactorWork<zcomplex> &, FactorScalars &);
+template std::int64_t BLKL_RISC_VELMORA<zcomplex>(const FactorView<zcomplex> &, const MatrixInput &,
+                                                  FactorWork<zcomplex> &, FactorScalars &);
 
 }  // namespace vm

@@ -173,10 +173,11 @@ int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) 
     for (int i = j + 1; i < nc; ++i) a[j + i * ld] = conj_if<kHermitian>(a[i + j * ld]);
   int info = 0;
   if (logdet != nullptr) {
-    dgetf2_diagpiv_logdet<T>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg,
-                             sc.eps, logdet);
+    dgetf2_diagpiv_logdet<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
+                                         &sc.nneg, sc.eps, logdet);
   } else {
-    dgetf2_diagpiv<T>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg, sc.eps);
+    dgetf2_diagpiv<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
+                                  &sc.nneg, sc.eps);
   }
   const int below = k.len - nc;
   if (info != 0 || below == 0) return info;
@@ -320,9 +321,32 @@ std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, 
   return BLKLDL_SEQ_VELMORA(f, in, work, sc);
 }
 
-template std::int64_t BLKLDL_SEQ_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
-                                                 FactorWork<double> &, FactorScalars &);
-template std::int64_t BLKLDL_RISC_VELMORA<double>(const FactorView<double> &, const MatrixInput &,
-                                                  FactorWork<double> &, FactorScalars &);
+template <class T>
+std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                   FactorWork<T> &work, FactorScalars &sc) {
+  static_assert(scalar_traits<T>::is_complex, "the Hermitian member takes a complex type");
+  return ldl_loop<T, true>(f, in, work, sc);
+}
+
+template <class T>
+std::int64_t CH_BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                    FactorWork<T> &work, FactorScalars &sc) {
+  return CH_BLKLDL_SEQ_VELMORA(f, in, work, sc);
+}
+
+#define VELMORA_LDL_MEMBER(NAME, T)                                                          \
+  template std::int64_t NAME<T>(const FactorView<T> &, const MatrixInput &, FactorWork<T> &, \
+                                FactorScalars &);
+
+// Real symmetric (double), complex symmetric (zcomplex, no conjugation) and
+// complex Hermitian.
+VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, double)
+VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, double)
+VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, zcomplex)
+VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, zcomplex)
+VELMORA_LDL_MEMBER(CH_BLKLDL_SEQ_VELMORA, zcomplex)
+VELMORA_LDL_MEMBER(CH_BLKLDL_RISC_VELMORA, zcomplex)
+
+#undef VELMORA_LDL_MEMBER
 
 }  // namespace vm

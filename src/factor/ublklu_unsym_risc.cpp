@@ -271,6 +271,25 @@ double lu_log_determinant(const FactorView<T> &f) {
   return sum;
 }
 
+template <class T>
+double lu_log_determinant_arg(const FactorView<T> &f, bool general) {
+  constexpr double kPiSingle = 3.1415927410125732;
+  const int first_schur = f.n - f.nschur;
+  double sum = 0.0;
+  for (int s = 1; s <= f.nsuper && f.xsuper[s] - 1 <= first_schur; ++s) {
+    const int first = f.xsuper[s - 1];
+    const std::int64_t len = f.xlnz[first] - f.xlnz[first - 1];
+    const T *panel = f.lnz + (f.xlnz[first - 1] - 1);
+    for (int j = 0; j < f.xsuper[s] - first; ++j) {
+      const T u = panel[j + j * len];
+      if constexpr (scalar_traits<T>::is_complex) sum += std::atan2(u.imag(), u.real());
+      if (f.pivot[first - 1 + j] != j + 1) sum += kPiSingle;
+      if (general && f.pivot_col[first - 1 + j] != j + 1) sum += kPiSingle;
+    }
+  }
+  return sum;
+}
+
 #define VELMORA_LU_MEMBERS(T)                                                                   \
   template std::int64_t BLKLU_SEQ_VELMORA<T>(const FactorView<T> &, const MatrixInput &,        \
                                              FactorWork<T> &, FactorScalars &);                 \
@@ -280,7 +299,8 @@ double lu_log_determinant(const FactorView<T> &f) {
                                               FactorWork<T> &, FactorScalars &);                \
   template std::int64_t BLKLU_UNSYM_RISC_VELMORA<T>(const FactorView<T> &, const MatrixInput &, \
                                                     FactorWork<T> &, FactorScalars &);          \
-  template double lu_log_determinant<T>(const FactorView<T> &);
+  template double lu_log_determinant<T>(const FactorView<T> &);                                 \
+  template double lu_log_determinant_arg<T>(const FactorView<T> &, bool);
 
 VELMORA_LU_MEMBERS(double)
 VELMORA_LU_MEMBERS(float)

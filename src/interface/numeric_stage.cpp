@@ -15,6 +15,7 @@
 
 #include "factor/factor_args.h"
 #include "factor/factor_shell.h"
+#include "factor/scalar_traits.h"
 #include "interface/report_error.h"
 #include "solve/refine.h"
 #include "solve/solve.h"
@@ -212,12 +213,19 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   row[kRowFactored] = status == 0 ? 1 : 0;
   if (status == 0 && (s.mtype == 2 || s.mtype == 4) && sc.npos == 0 && sc.nneg == 0)
     s.inertia_pos = n - s.schur_size;  // every pivot of a Cholesky factor is positive
+  if (s.mtype == 6) {
+    // The pivots of a complex symmetric matrix have no sign: no inertia.
+    s.inertia_pos = 0;
+    s.inertia_neg = 0;
+  }
   return status;
 }
 
 // The solve of phase 33 with its refinement: the refinement loop runs the
 // first solve itself and then corrects, when it is asked for or pivots
-// were perturbed, in the work group pt(11).
+// were perturbed, in the work group pt(11).  T is the element type of the
+// factor (double, or zcomplex on the caller's pairs of doubles).
+template <class T>
 int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
   void **pt = c.pt;
   ControlState &s = cb->s;
@@ -225,25 +233,25 @@ int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
   const SolveWorkSize sz = solve_work_size(in);
   char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
   int *ints = reinterpret_cast<int *>(base);
-  double *scalars = reinterpret_cast<double *>(base + align8(4 * sz.starts));
-  const SolveWork<double> w = solve_work_carve<double>(sz, scalars, ints);
-  const FactorView<double> f = factor_view<double>(pt, cb, row);
-  auto substitute = [&](const double *rhs, double *out) {
+  T *scalars = reinterpret_cast<T *>(base + align8(4 * sz.starts));
+  const SolveWork<T> w = solve_work_carve<T>(sz, scalars, ints);
+  const FactorView<T> f = factor_view<T>(pt, cb, row);
+  auto substitute = [&](const T *rhs, T *out) {
     SolveInput one = in;
     one.to_b = rhs == out ? 1 : 0;
     int error = 0;
-    SOLVE_VELMORA<double>(f, one, const_cast<double *>(rhs), out, w, &error);
+    SOLVE_VELMORA<T>(f, one, reinterpret_cast<double *>(const_cast<T *>(rhs)),
+                     reinterpret_cast<double *>(out), w, &error);
     return error;
   };
   const RefineSettings rs =
       refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed, s.perturbed_pivots,
                       in.nthreads, c.msglvl && *c.msglvl != 0 ? 1 : 0);
-  const RefineMatrix<double> m{c.ia, c.ja, static_cast<const double *>(c.a)};
+  const RefineMatrix<T> m{c.ia, c.ja, static_cast<const T *>(c.a)};
   double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
   const double t0 = omp_get_wtime();
-  const RefineResult rr =
-      REFINE_VELMORA<double>(rs, m, static_cast<double *>(c.b), static_cast<double *>(c.x), work,
-                             work ? s.refine_bytes / 8 : 0, substitute);
+  const RefineResult rr = REFINE_VELMORA<T>(rs, m, static_cast<T *>(c.b), static_cast<T *>(c.x),
+                                            work, work ? s.refine_bytes / 8 : 0, substitute);
   add_time(cb, kTimeSolve, omp_get_wtime() - t0);
   s.refine_steps = rr.steps;
   if (rr.iparm20 != 0) ip(c.iparm, 20) = rr.iparm20;
@@ -290,8 +298,8 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
   const int phase = *c.phase;
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   const double phase_start = omp_get_wtime();
-  // Complex and single-precision factors are not part of this build.
-  if (cb->s.complex_factor != 1 || cb->s.single_precision != 0) {
+  // Single-precision factors are not part of this build.
+  if (cb->s.single_precision != 0) {
     *stage = -1;
     return kCodeNotAvailable;
   }
@@ -311,7 +319,8 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
     *stage = -1;
     return 10000;  // a solve with no factorization in this row
   }
-  const int error = solve(c, cb, row);
+  const int error =
+      cb->s.complex_factor == 2 ? solve<zcomplex>(c, cb, row) : solve<double>(c, cb, row);
   if (error == kSolveTypeNotAvailable) {
     *stage = -1;
     return kCodeNotAvailable;

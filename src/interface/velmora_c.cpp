@@ -391,7 +391,8 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
     ip(iparm, 23) = cb->s.inertia_neg;
     if (cb->s.determinant == 1 && c.dparm) {
       c.dparm[32] = rctl(cb, kRctlLogDet2);
-      if (cb->s.complex_factor == 2) c.dparm[31] = rctl(cb, kRctlLogDet1);
+      const int t = cb->s.mtype;
+      if (t == 3 || t == 6 || t == 13) c.dparm[31] = rctl(cb, kRctlLogDet1);
     }
   }
   if (code == 0 && solve) {

@@ -65,5 +65,9 @@ void PSOL_BWSCAT_VELMORA(int transposed, int to_b, int n, int mtype, int nrhs, d
 template void PSOL_BWSCAT_VELMORA<double>(int, int, int, int, int, double *, const double *,
                                           double *, const int *, const int *, const double *,
                                           const int *, int, int, int, int, int);
+// C_PSOL_BWSCAT_VELMORA: complex values back into the caller's pairs.
+template void PSOL_BWSCAT_VELMORA<zcomplex>(int, int, int, int, int, double *, const zcomplex *,
+                                            double *, const int *, const int *, const double *,
+                                            const int *, int, int, int, int, int);
 
 }  // namespace vm

@@ -62,5 +62,9 @@ void PSOL_FWGATH_VELMORA(int transposed, int n, int mtype, int nrhs, const doubl
 template void PSOL_FWGATH_VELMORA<double>(int, int, int, int, const double *, double *, const int *,
                                           const int *, const double *, const int *, int, int, int,
                                           int, int);
+// C_PSOL_FWGATH_VELMORA: the caller's pairs of doubles into complex values.
+template void PSOL_FWGATH_VELMORA<zcomplex>(int, int, int, int, const double *, zcomplex *,
+                                            const int *, const int *, const double *, const int *,
+                                            int, int, int, int, int);
 
 }  // namespace vm

@@ -25,6 +25,36 @@ int block_count(const SolveInput &in) {
   return std::max(1, in.nthreads);
 }
 
+// The substitution of the symmetric families: LDL^T for mtype -2, the
+// complex symmetric 6 (L^T without conjugation) and the Hermitian -4 (L^H);
+// Cholesky for 2 and the Hermitian 4 (whose kernels conjugate on complex
+// types).  one: one right-hand side with the kernel's own parallelism.
+template <class T>
+void substitute_symmetric(const FactorView<T> &f, const SolveInput &in, bool one, int m, T *z,
+                          T *block, T *temp, int ld) {
+  if constexpr (scalar_traits<T>::is_complex) {
+    if (in.mtype == -4) {
+      if (one) {
+        CH_BLKLDLSLVS1_VELMORA<T>(f, in, z, temp);
+      } else {
+        CH_BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);
+      }
+      return;
+    }
+  }
+  if (in.mtype == -2 || in.mtype == 6) {
+    if (one) {
+      BLKLDLSLVS1_VELMORA<T>(f, in, z, temp);
+    } else {
+      BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);
+    }
+  } else if (one) {
+    BLKSLVS1_VELMORA<T>(f, in, z, temp);
+  } else {
+    BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
+  }
+}
+
 // The symmetric dispatcher: m right-hand sides, columns ld apart in b, x, z
 // and block.  rhsparallel is 1 when the caller already runs blocks of right-
 // hand sides in parallel; then, or with more than one right-hand side, the
@@ -36,18 +66,7 @@ void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparall
   const int n = in.n;
   PSOL_FWGATH_VELMORA<T>(0, n, in.mtype, m, b, z, in.perm, in.q, in.scale, in.unselected,
                          in.scaling_on, in.selector, in.k, ld, in.partial);
-  const bool one = m == 1 && rhsparallel == 0;
-  if (in.mtype == -2) {
-    if (one) {
-      BLKLDLSLVS1_VELMORA<T>(f, in, z, temp);
-    } else {
-      BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);
-    }
-  } else if (one) {
-    BLKSLVS1_VELMORA<T>(f, in, z, temp);
-  } else {
-    BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
-  }
+  substitute_symmetric<T>(f, in, m == 1 && rhsparallel == 0, m, z, block, temp, ld);
   PSOL_BWSCAT_VELMORA<T>(0, in.to_b, n, in.mtype, m, b, z, x, in.perm, in.q, in.scale,
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
@@ -91,10 +110,15 @@ void solve_dispatch(const FactorView<T> &f, const SolveInput &in, int rhsparalle
 }
 
 // Whether this element type has a substitution family for mtype: the
-// Cholesky, LDL^T and the two LU families of real matrices are built.
+// Cholesky, LDL^T and the two LU families, real for mtype 2, -2, 1, 11
+// and complex for 4, -4, 6, 3, 13.
 template <class T>
 bool family_available(int mtype) {
-  return (mtype == 2 || mtype == -2 || mtype == 1 || mtype == 11) && !scalar_traits<T>::is_complex;
+  if constexpr (scalar_traits<T>::is_complex) {
+    return mtype == 4 || mtype == -4 || mtype == 6 || mtype == 3 || mtype == 13;
+  } else {
+    return mtype == 2 || mtype == -2 || mtype == 1 || mtype == 11;
+  }
 }
 
 }  // namespace
@@ -154,5 +178,7 @@ void SOLVE_VELMORA(const FactorView<T> &f, const SolveInput &in, double *b, doub
 
 template void SOLVE_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
                                     double *, const SolveWork<double> &, int *);
+template void SOLVE_VELMORA<zcomplex>(const FactorView<zcomplex> &, const SolveInput &, double *,
+                                      double *, const SolveWork<zcomplex> &, int *);
 
 }  // namespace vm

@@ -493,9 +493,29 @@ void BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *
   block_rhs<T, false>(f, in, m, x, ldx, temp);
 }
 
-template void BLKLDLSLVS1_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
-                                          double *);
-template void BLKLDLSLVM_VELMORA<double>(const FactorView<double> &, const SolveInput &, int,
-                                         double *, int, double *);
+template <class T>
+void CH_BLKLDLSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
+  one_rhs<T, true>(f, in, x, temp);
+}
+
+template <class T>
+void CH_BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx,
+                           T *temp) {
+  block_rhs<T, true>(f, in, m, x, ldx, temp);
+}
+
+#define VELMORA_LDL_SOLVES(PREFIX, T)                                                              \
+  template void PREFIX##BLKLDLSLVS1_VELMORA<T>(const FactorView<T> &, const SolveInput &, T *,     \
+                                               T *);                                               \
+  template void PREFIX##BLKLDLSLVM_VELMORA<T>(const FactorView<T> &, const SolveInput &, int, T *, \
+                                              int, T *);
+
+// Real symmetric, complex symmetric (L^T in the backward pass) and complex
+// Hermitian (L^H).
+VELMORA_LDL_SOLVES(, double)
+VELMORA_LDL_SOLVES(, zcomplex)
+VELMORA_LDL_SOLVES(CH_, zcomplex)
+
+#undef VELMORA_LDL_SOLVES
 
 }  // namespace vm

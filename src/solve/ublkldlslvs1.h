@@ -1,4 +1,4 @@
-// ublkldlslvs1.h - substitution kernels of the LDL^T family (mtype -2):
+// ublkldlslvs1.h - substitution kernels of the LDL^T family (mtype -2, 6, -4):
 // A = P L D L^T P^T with the exchanges P and the pivots of D local to each
 // supernode's diagonal block (see blkldl.h for the factor's layout).
 //
@@ -67,6 +67,16 @@ void BLKLDLSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *
 template <class T>
 void BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx,
                         T *temp);
+
+// The Hermitian kernels (mtype -4, complex T): A = P L D L^H P^T, the
+// backward pass with the conjugate transpose of L.  On a complex T the two
+// kernels above are those of the complex symmetric type (mtype 6), whose
+// backward pass takes L^T without conjugation.
+template <class T>
+void CH_BLKLDLSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp);
+template <class T>
+void CH_BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, int ldx,
+                           T *temp);
 
 }  // namespace vm
 

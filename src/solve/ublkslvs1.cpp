@@ -358,9 +358,14 @@ void BLKSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, T *x, 
   }
 }
 
+// Real (L L^T) and complex Hermitian (L L^H) factors.
 template void BLKSLVS1_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
                                        double *);
 template void BLKSLVM_VELMORA<double>(const FactorView<double> &, const SolveInput &, int, double *,
                                       int, double *);
+template void BLKSLVS1_VELMORA<zcomplex>(const FactorView<zcomplex> &, const SolveInput &,
+                                         zcomplex *, zcomplex *);
+template void BLKSLVM_VELMORA<zcomplex>(const FactorView<zcomplex> &, const SolveInput &, int,
+                                        zcomplex *, int, zcomplex *);
 
 }  // namespace vm
