@@ -1,50 +1,84 @@
-// solver_bench - velmora against its peers on generated matrices, one
-// section per family, on the threads the environment allows (run with
-// OMP_NUM_THREADS=1 for one thread).  First the dgemm rate of the machine.
+// solver_bench - velmora against its peers (CHOLMOD, UMFPACK, sequential
+// MUMPS, SuperLU) on generated and real matrices, at 1 and 2 threads in the
+// same run.
 //
-//   solver_bench [spd] [kkt] [lu] [matching] [runs] [--quick]
+//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [runs] [--quick]
+//                [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]
 //
-// Without a section word every section runs.  Times are medians of `runs`
-// runs (3 by default), each run a fresh analysis, factorization and solve.
+// Without a section word the sections spd, elast, kkt, lu and real run.
+// Times are medians of `runs` runs (3 by default), each run a fresh
+// analysis, factorization and solve with b all ones.
 //
-//   spd       symmetric positive definite grids: velmora (mtype 2), CHOLMOD
-//             and MUMPS (sym 1), one METIS ordering given to all three.
-//   kkt       KKT matrices [[H, J^T], [J, 0]]: velmora (mtype -2, 2x2
-//             pivoting) and MUMPS (sym 2, LDL^T), the same METIS ordering;
-//             inertia and backward errors.
+//   spd       2D and 3D Laplacians (5-, 7- and 27-point): velmora (mtype 2),
+//             CHOLMOD and MUMPS (sym 1), one METIS ordering given to all.
+//   elast     3D elasticity, 3 unknowns per node: the same three solvers.
+//   kkt       KKT matrices [[H, J^T], [J, 0]] from a 3D grid: velmora
+//             (mtype -2, 2x2 pivoting; the METIS ordering given, then its
+//             symmetric matching) and MUMPS (sym 2, LDL^T, the same order).
 //   lu        3D convection-diffusion: velmora (mtype 11, default controls,
-//             then the METIS ordering given), UMFPACK (default strategy) and
-//             SuperLU (its sequential pieces, COLAMD, then the METIS column
-//             order).
+//             then the METIS ordering given), UMFPACK (its defaults),
+//             SuperLU (COLAMD, then the METIS column order) and MUMPS
+//             (sym 0, its own ordering).
+//   real      the real matrices of the team's folder: positive definite
+//             ones as in spd, indefinite ones as in kkt, general ones as in
+//             lu.  Complex, degenerate and unreadable files are skipped.
 //   matching  cost of the maximum-product matching in velmora's analysis
-//             (iparm(13) 1 against 0) next to the numeric factorization,
-//             and its effect on the size of the factors.
+//             (iparm(13) 1 against 0); console only, one thread, on request.
+//
+// Every solver runs at each thread count of --threads: the OpenMP team and
+// the OpenBLAS team are both set to it.  The program records the kernels
+// OpenBLAS chose; when they are older than the best the processor supports
+// (from the flags of /proc/cpuinfo) it runs itself again as a child with
+// OPENBLAS_CORETYPE set to the best one, and reports both runs.
+//
+// With --out DIR it writes DIR/RESULTS.md (date, machine, dgemm rate,
+// summary of the ratios, the table) and DIR/factor_time.dat (factorization
+// time against n, one block per solver and thread count, for gnuplot).
+// --rows FILE is how the child hands its rows back.
 //
 // The backward error is the normwise ||b - A x||_inf / (||A||_inf ||x||_inf
-// + ||b||_inf) with b all ones.
+// + ||b||_inf).
 #include <cholmod.h>
+#include <dirent.h>
 #include <dmumps_c.h>
 #include <metis.h>
 #include <omp.h>
 #include <slu_ddefs.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <umfpack.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <fstream>
 #include <functional>
+#include <map>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "mm_read.h"
 #include "test_matrices.h"
 #include "velmora.h"
 
 // dgemm_ (for the machine's rate) comes declared with slu_ddefs.h.
+extern "C" {
+char *openblas_get_corename(void);
+char *openblas_get_config(void);
+void openblas_set_num_threads(int num_threads);
+}
+extern char **environ;
 
 namespace {
 
@@ -99,6 +133,57 @@ Matrix grid(const std::string &name, int nx, int ny, int nz, bool all_neighbours
         m.ia.push_back(static_cast<int>(m.ja.size()) + 1);
       }
   return m;
+}
+
+// 3D linear elasticity on an m^3 grid of nodes, 3 unknowns (displacements)
+// per node, as a network of bars: every node is tied to its 26 neighbours
+// by a bar whose 3x3 block is (d d^T + 0.1 I) / length, d the unit
+// direction, so the components are coupled wherever d is off an axis.  The
+// bar blocks are positive semidefinite; the nodes of the plane z = 0 are
+// held by a spring to the ground (I on their block), which makes the sum
+// positive definite.  Upper triangle, 81 entries in an inner row.
+Matrix elasticity(int m) {
+  const int nodes = m * m * m;
+  auto id = [=](int x, int y, int z) { return x + m * (y + m * z); };
+  std::vector<std::map<int, double>> rows(3 * static_cast<size_t>(nodes));
+  for (int z = 0; z < m; ++z)
+    for (int y = 0; y < m; ++y)
+      for (int x = 0; x < m; ++x) {
+        const int i = id(x, y, z);
+        if (z == 0)
+          for (int a = 0; a < 3; ++a) rows[3 * i + a][3 * i + a] += 1.0;
+        for (int dz = 0; dz <= 1; ++dz)
+          for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+              // Half of the neighbours, those of larger index: each bar once.
+              if (dz == 0 && (dy < 0 || (dy == 0 && dx <= 0))) continue;
+              const int X = x + dx, Y = y + dy, Z = z + dz;
+              if (X < 0 || Y < 0 || X >= m || Y >= m || Z >= m) continue;
+              const int j = id(X, Y, Z);
+              const double len = std::sqrt(static_cast<double>(dx * dx + dy * dy + dz * dz));
+              const double d[3] = {dx / len, dy / len, dz / len};
+              for (int a = 0; a < 3; ++a)
+                for (int b = 0; b < 3; ++b) {
+                  const double v = (d[a] * d[b] + (a == b ? 0.1 : 0.0)) / len;
+                  if (a <= b) {
+                    rows[3 * i + a][3 * i + b] += v;
+                    rows[3 * j + a][3 * j + b] += v;
+                  }
+                  rows[3 * i + a][3 * j + b] -= v;
+                }
+            }
+      }
+  Matrix k;
+  k.name = "elasticity 3x" + std::to_string(m) + "^3";
+  k.n = 3 * nodes;
+  for (const auto &row : rows) {
+    for (const auto &[j, v] : row) {
+      k.ja.push_back(j + 1);
+      k.a.push_back(v);
+    }
+    k.ia.push_back(static_cast<int>(k.ja.size()) + 1);
+  }
+  return k;
 }
 
 // [[H, J^T], [J, 0]], upper triangle: H the 7-point Laplacian of an m^3
@@ -275,6 +360,7 @@ void set_errors(const Matrix &m, const std::vector<double> &x, const std::vector
 void set_times(const std::vector<double> &ta, const std::vector<double> &tf,
                const std::vector<double> &ts, Result *res) {
   res->runs = static_cast<int>(ta.size());
+  if (ta.empty() || tf.empty() || ts.empty()) return;
   res->analyse = median(ta);
   res->factor = median(tf);
   res->solve = median(ts);
@@ -304,7 +390,8 @@ Result run_velmora(const Matrix &m, int mtype, const std::vector<int> *order, in
       velmora(pt.data(), &maxfct, &mnum, &mtype, &ph, &n, const_cast<double *>(m.a.data()),
               m.ia.data(), m.ja.data(), perm.data(), &nrhs, iparm.data(), &msglvl, b.data(),
               x.data(), &error, dparm.data());
-      if (error != 0) std::printf("velmora phase %d: error %d\n", ph, error);
+      if (error != 0 && res.failure.empty())
+        res.failure = "phase " + std::to_string(ph) + " error " + std::to_string(error);
       return omp_get_wtime() - t0;
     };
     ta.push_back(phase(11));
@@ -318,9 +405,40 @@ Result run_velmora(const Matrix &m, int mtype, const std::vector<int> *order, in
     res.steps = iparm[6];
     set_errors(m, x, b, &res);
     phase(-1);
+    if (!res.failure.empty()) break;
   }
   set_times(ta, tf, ts, &res);
   return res;
+}
+
+// The upper triangle by rows is the lower one by columns, what CHOLMOD
+// takes with stype -1.
+cholmod_sparse *cholmod_lower(const Matrix &m, cholmod_common *c) {
+  const size_t nnz = m.ja.size();
+  cholmod_sparse *A = cholmod_allocate_sparse(m.n, m.n, nnz, 1, 1, -1, CHOLMOD_REAL, c);
+  int *p = static_cast<int *>(A->p), *ii = static_cast<int *>(A->i);
+  double *ax = static_cast<double *>(A->x);
+  for (int j = 0; j <= m.n; ++j) p[j] = m.ia[j] - 1;
+  for (size_t k = 0; k < nnz; ++k) ii[k] = m.ja[k] - 1, ax[k] = m.a[k];
+  return A;
+}
+
+// Whether a symmetric matrix (upper triangle) is positive definite: a
+// Cholesky factorization of CHOLMOD with its own ordering either completes
+// or stops at a nonpositive pivot.
+bool positive_definite(const Matrix &m) {
+  cholmod_common c;
+  cholmod_start(&c);
+  c.print = 0;
+  c.error_handler = nullptr;
+  cholmod_sparse *A = cholmod_lower(m, &c);
+  cholmod_factor *L = cholmod_analyze(A, &c);
+  cholmod_factorize(A, L, &c);
+  const bool pd = c.status == CHOLMOD_OK && L->minor == static_cast<size_t>(m.n);
+  cholmod_free_factor(&L, &c);
+  cholmod_free_sparse(&A, &c);
+  cholmod_finish(&c);
+  return pd;
 }
 
 Result run_cholmod(const Matrix &m, const std::vector<int> &order, int runs) {
@@ -331,33 +449,34 @@ Result run_cholmod(const Matrix &m, const std::vector<int> &order, int runs) {
   c.postorder = 1;
   c.supernodal = CHOLMOD_SUPERNODAL;
   c.print = 0;
-  // The rows of the upper triangle are the columns of the lower one.
-  const size_t nnz = m.ja.size();
-  cholmod_sparse *A = cholmod_allocate_sparse(m.n, m.n, nnz, 1, 1, -1, CHOLMOD_REAL, &c);
-  int *p = static_cast<int *>(A->p), *ii = static_cast<int *>(A->i);
-  double *ax = static_cast<double *>(A->x);
-  for (int j = 0; j <= m.n; ++j) p[j] = m.ia[j] - 1;
-  for (size_t k = 0; k < nnz; ++k) ii[k] = m.ja[k] - 1, ax[k] = m.a[k];
+  c.error_handler = nullptr;
+  cholmod_sparse *A = cholmod_lower(m, &c);
   std::vector<int> perm0(m.n);
   for (int k = 0; k < m.n; ++k) perm0[k] = order[k] - 1;
   cholmod_dense *B = cholmod_ones(m.n, 1, CHOLMOD_REAL, &c);
   std::vector<double> ta, tf, ts;
   Result res;
-  for (int r = 0; r < runs; ++r) {
+  for (int r = 0; r < runs && res.failure.empty(); ++r) {
     double t0 = omp_get_wtime();
     cholmod_factor *L = cholmod_analyze_p(A, perm0.data(), nullptr, 0, &c);
     ta.push_back(omp_get_wtime() - t0);
     t0 = omp_get_wtime();
     cholmod_factorize(A, L, &c);
     tf.push_back(omp_get_wtime() - t0);
-    t0 = omp_get_wtime();
-    cholmod_dense *X = cholmod_solve(CHOLMOD_A, L, B, &c);
-    ts.push_back(omp_get_wtime() - t0);
-    std::vector<double> x(static_cast<double *>(X->x), static_cast<double *>(X->x) + m.n);
-    set_errors(m, x, std::vector<double>(m.n, 1.0), &res);
-    res.nnz = c.lnz;
-    res.mflop = c.fl / 1e6;
-    cholmod_free_dense(&X, &c);
+    if (c.status != CHOLMOD_OK) {
+      res.failure = "CHOLMOD status " + std::to_string(c.status);
+    } else {
+      t0 = omp_get_wtime();
+      cholmod_dense *X = cholmod_solve(CHOLMOD_A, L, B, &c);
+      ts.push_back(omp_get_wtime() - t0);
+      std::vector<double> x(static_cast<double *>(X->x), static_cast<double *>(X->x) + m.n);
+      set_errors(m, x, std::vector<double>(m.n, 1.0), &res);
+      res.nnz = c.lnz;
+      res.mflop = c.fl / 1e6;
+      res.pos = m.n;  // a completed Cholesky factorization: every pivot positive
+      res.neg = 0;
+      cholmod_free_dense(&X, &c);
+    }
     cholmod_free_factor(&L, &c);
   }
   cholmod_free_dense(&B, &c);
@@ -367,18 +486,19 @@ Result run_cholmod(const Matrix &m, const std::vector<int> &order, int runs) {
   return res;
 }
 
-// Sequential MUMPS on the upper triangle, `sym` 1 (SPD) or 2 (general
-// symmetric), with the given ordering; INFOG(12) is its count of negative
-// pivots.
-Result run_mumps(const Matrix &m, const std::vector<int> &order, int runs, int sym) {
+// Sequential MUMPS: `sym` 1 (SPD) or 2 (general symmetric) on the upper
+// triangle, 0 (unsymmetric) on every entry; the given ordering (`order` not
+// null) or its own choice.  INFOG(12) is its count of negative pivots.
+Result run_mumps(const Matrix &m, const std::vector<int> *order, int runs, int sym) {
   std::vector<int> irn, jcn, perm_in(m.n);
   for (int i = 0; i < m.n; ++i)
     for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k)
       irn.push_back(i + 1), jcn.push_back(m.ja[k]);
-  for (int k = 0; k < m.n; ++k) perm_in[order[k] - 1] = k + 1;  // position of each variable
+  if (order)
+    for (int k = 0; k < m.n; ++k) perm_in[(*order)[k] - 1] = k + 1;  // position of each variable
   std::vector<double> ta, tf, ts;
   Result res;
-  for (int r = 0; r < runs; ++r) {
+  for (int r = 0; r < runs && res.failure.empty() && !long_run(ta, tf); ++r) {
     DMUMPS_STRUC_C id;
     std::memset(&id, 0, sizeof id);
     id.job = -1;
@@ -388,13 +508,13 @@ Result run_mumps(const Matrix &m, const std::vector<int> &order, int runs, int s
     dmumps_c(&id);
     id.icntl[0] = id.icntl[1] = id.icntl[2] = -1;
     id.icntl[3] = 0;
-    id.icntl[6] = 1;  // the given ordering
+    if (order) id.icntl[6] = 1;  // the given ordering
     id.n = m.n;
     id.nnz = static_cast<MUMPS_INT8>(irn.size());
     id.irn = irn.data();
     id.jcn = jcn.data();
     id.a = const_cast<double *>(m.a.data());
-    id.perm_in = perm_in.data();
+    if (order) id.perm_in = perm_in.data();
     std::vector<double> rhs(m.n, 1.0);
     id.rhs = rhs.data();
     auto job = [&](int j) {
@@ -407,16 +527,19 @@ Result run_mumps(const Matrix &m, const std::vector<int> &order, int runs, int s
         id.icntl[13] += 50;
         dmumps_c(&id);
       }
-      if (id.infog[0] < 0) std::printf("mumps job %d: %d\n", j, id.infog[0]);
+      if (id.infog[0] < 0 && res.failure.empty())
+        res.failure = "MUMPS job " + std::to_string(j) + " INFOG(1) " + std::to_string(id.infog[0]);
       return omp_get_wtime() - t0;
     };
     ta.push_back(job(1));
-    tf.push_back(job(2));
-    ts.push_back(job(3));
-    set_errors(m, rhs, std::vector<double>(m.n, 1.0), &res);
-    res.neg = id.infog[11];
-    res.nnz = id.infog[28] >= 0 ? id.infog[28] : -1e6 * id.infog[28];
-    res.mflop = id.rinfog[2] / 1e6;
+    if (res.failure.empty()) tf.push_back(job(2));
+    if (res.failure.empty()) ts.push_back(job(3));
+    if (res.failure.empty()) {
+      set_errors(m, rhs, std::vector<double>(m.n, 1.0), &res);
+      res.neg = id.infog[11];
+      res.nnz = id.infog[28] >= 0 ? id.infog[28] : -1e6 * id.infog[28];
+      res.mflop = id.rinfog[2] / 1e6;
+    }
     id.job = -2;
     dmumps_c(&id);
   }
@@ -531,6 +654,13 @@ Result run_superlu(const Matrix &m, const std::vector<int> *order, int runs) {
   return res;
 }
 
+// The OpenMP team and the OpenBLAS team (which, built for OpenMP, follows
+// the OpenMP setting too) of the solvers that come next.
+void set_threads(int t) {
+  omp_set_num_threads(t);
+  openblas_set_num_threads(t);
+}
+
 double dgemm_rate() {
   const int n = 2000;
   std::vector<double> a(static_cast<size_t>(n) * n, 0.5), b(a), c(a.size(), 0.0);
@@ -544,143 +674,298 @@ double dgemm_rate() {
   return 2.0 * n * n * static_cast<double>(n) / median(times) / 1e9;
 }
 
-void section_spd(bool quick, int runs) {
-  std::printf(
-      "\n[spd] SPD grids; the same METIS ordering given to all; residual "
-      "||b-Ax||/||b||\n");
-  std::vector<std::function<Matrix()>> cases;
-  if (quick) {
-    cases = {[] { return grid("7-point 30^3", 30, 30, 30, false); },
-             [] { return grid("5-point 300^2", 300, 300, 1, false); }};
+// ---------------------------------------------------------------------------
+// Rows of the table.
+
+struct Row {
+  std::string section, matrix, solver, inertia, note;
+  int n = 0, threads = 1;
+  bool ours = false;  // a velmora row (no ratio)
+  bool plot = false;  // a point of the plot (the main line of each library)
+  Result r;
+  double f_ratio = std::nan(""), s_ratio = std::nan("");
+};
+
+struct Options {
+  int runs = 3;
+  bool quick = false;
+  std::vector<int> threads = {1, 2};
+};
+
+std::vector<Row> g_rows;
+int g_runs = 3;  // runs asked for; a row with fewer says so
+
+std::string fmt(const char *f, double v) {
+  if (!std::isfinite(v)) return "-";
+  char buf[64];
+  std::snprintf(buf, sizeof buf, f, v);
+  return buf;
+}
+
+std::string gflops(const Result &r) {
+  return r.mflop > 0 && r.factor > 0 ? fmt("%.2f", r.mflop / 1e3 / r.factor) : "-";
+}
+
+void print_header() {
+  std::printf("%-22s %8s %-15s %3s %8s %8s %8s %8s %7s %8s %14s %7s %7s\n", "matrix", "n", "solver",
+              "thr", "analyse", "factor", "solve", "nnz(F)M", "GFLOP/s", "berr", "inertia",
+              "f ratio", "s ratio");
+}
+
+void print_row(const Row &w) {
+  const Result &t = w.r;
+  if (!t.failure.empty()) {
+    std::printf("%-22s %8d %-15s %3d failed: %s\n", w.matrix.c_str(), w.n, w.solver.c_str(),
+                w.threads, t.failure.c_str());
   } else {
-    cases = {[] { return grid("7-point 50^3", 50, 50, 50, false); },
-             [] { return grid("7-point 70^3", 70, 70, 70, false); },
-             [] { return grid("27-point 40^3", 40, 40, 40, true); },
-             [] { return grid("5-point 1000^2", 1000, 1000, 1, false); }};
+    std::printf("%-22s %8d %-15s %3d %8.3f %8.3f %8.4f %8.3f %7s %8.1e %14s %7s %7s%s\n",
+                w.matrix.c_str(), w.n, w.solver.c_str(), w.threads, t.analyse, t.factor, t.solve,
+                t.nnz / 1e6, gflops(t).c_str(), t.berr, w.inertia.c_str(),
+                fmt("%.2f", w.f_ratio).c_str(), fmt("%.2f", w.s_ratio).c_str(),
+                w.note.empty() ? "" : ("  " + w.note).c_str());
   }
-  std::printf("%-15s %-8s %9s %9s %9s %8s %9s %9s\n", "matrix", "solver", "analyse", "factor",
-              "solve", "GFLOP/s", "f ratio", "s ratio");
-  for (const auto &make : cases) {
-    const Matrix m = make();
-    const std::vector<int> order = metis_order(m);
-    const Result ours = run_velmora(m, 2, &order, runs);
-    const Result chol = run_cholmod(m, order, runs);
-    const Result mumps = run_mumps(m, order, runs, 1);
-    const double gflop = ours.mflop / 1e3;
-    auto line = [&](const char *who, const Result &t) {
-      std::printf("%-15s %-8s %9.3f %9.3f %9.4f %8.1f %9.2f %9.2f   (residual %.1e)\n",
-                  m.name.c_str(), who, t.analyse, t.factor, t.solve, gflop / t.factor,
-                  ours.factor / t.factor, ours.solve / t.solve, t.residual);
-    };
-    line("velmora", ours);
-    line("cholmod", chol);
-    line("mumps", mumps);
-    std::fflush(stdout);
+  std::fflush(stdout);
+}
+
+std::string inertia_of(const Result &r, bool with_pos) {
+  if (!r.failure.empty() || r.neg < 0) return "-";
+  if (!with_pos) return "-" + std::to_string(r.neg);
+  return "+" + std::to_string(r.pos) + " -" + std::to_string(r.neg);
+}
+
+// One line of the table; the ratios are those of the main velmora line of
+// the same matrix and thread count (`ours`), for peers only.
+void add_row(const std::string &section, const Matrix &m, int threads, const std::string &solver,
+             const Result &r, bool ours_row, bool plot, const Result *ours,
+             const std::string &inertia, const std::string &note = "") {
+  Row w;
+  w.section = section;
+  w.matrix = m.name;
+  w.n = m.n;
+  w.threads = threads;
+  w.solver = solver;
+  w.r = r;
+  w.ours = ours_row;
+  w.plot = plot;
+  w.inertia = inertia;
+  w.note = note;
+  if (r.runs > 0 && r.runs < g_runs && r.failure.empty())
+    w.note += (w.note.empty() ? "" : "; ") + std::to_string(r.runs) + " run";
+  if (!ours_row && ours && ours->failure.empty() && r.failure.empty() && r.factor > 0 &&
+      r.solve > 0) {
+    w.f_ratio = ours->factor / r.factor;
+    w.s_ratio = ours->solve / r.solve;
+  }
+  print_row(w);
+  g_rows.push_back(w);
+}
+
+// ---------------------------------------------------------------------------
+// The three families, each at every thread count.
+
+// Symmetric positive definite: velmora, CHOLMOD, MUMPS, one METIS order.
+void bench_spd(const std::string &section, const Matrix &m, const Options &o) {
+  const std::vector<int> order = metis_order(m);
+  for (int t : o.threads) {
+    set_threads(t);
+    const Result ours = run_velmora(m, 2, &order, o.runs);
+    add_row(section, m, t, "velmora", ours, true, true, nullptr, inertia_of(ours, true));
+    const Result chol = run_cholmod(m, order, o.runs);
+    add_row(section, m, t, "cholmod", chol, false, true, &ours, inertia_of(chol, true));
+    const Result mumps = run_mumps(m, &order, o.runs, 1);
+    add_row(section, m, t, "mumps", mumps, false, true, &ours, "-");
   }
 }
 
-void section_kkt(bool quick, int runs) {
-  std::printf(
-      "\n[kkt] [[H, J^T], [J, 0]]: H 7-point Laplacian of a grid, J local constraints\n"
-      "      (inertia (grid, constraints, 0)); the same METIS ordering of A+A^T given to "
-      "both;\n"
-      "      velmora mtype -2, iparm(21) 1, default refinement; MUMPS sym 2, no "
-      "refinement.\n"
-      "      f ratio = factorization time velmora / peer; inertia +pos -neg (MUMPS: "
-      "INFOG(12) negative pivots);\n"
-      "      GFLOP: each library's own count of the factorization\n");
-  std::vector<std::pair<int, int>> sizes;  // grid side, constraints
-  if (quick)
-    sizes = {{26, 26 * 26 * 26 / 4}};
-  else
-    sizes = {{43, 43 * 43 * 43 / 4}, {62, 62 * 62 * 62 / 4}};
-  std::printf("%-18s %7s %-8s %8s %8s %8s %8s %8s %7s %15s %9s\n", "matrix", "n", "solver",
-              "analyse", "factor", "solve", "nnz(F)M", "GFLOP", "f ratio", "inertia", "berr");
-  for (const auto &[side, nc] : sizes) {
-    const Matrix m = kkt(side, nc, 7);
-    const std::vector<int> order = metis_order(m);
-    const Result ours = run_velmora(m, -2, &order, runs, [](int *iparm) { iparm[20] = 1; });
-    const Result mumps = run_mumps(m, order, runs, 2);
-    auto line = [&](const char *who, const Result &t, const std::string &inertia) {
-      std::printf("%-18s %7d %-8s %8.3f %8.3f %8.4f %8.2f %8.1f %7.2f %15s %9.1e\n", m.name.c_str(),
-                  m.n, who, t.analyse, t.factor, t.solve, t.nnz / 1e6, t.mflop / 1e3,
-                  ours.factor / t.factor, inertia.c_str(), t.berr);
-    };
-    // With the symmetric matching (iparm(13) 1) the constraint rows are
-    // paired with grid nodes and the order is that of the compressed graph.
-    const Result matched = run_velmora(m, -2, nullptr, runs, [](int *iparm) {
+// Symmetric indefinite: velmora LDL^T (2x2 pivots, iparm(21) 1) with the
+// METIS order given, then with its symmetric matching (iparm(13) 1) and its
+// own order; MUMPS LDL^T (sym 2) with the METIS order.
+void bench_indefinite(const std::string &section, const Matrix &m, const Options &o,
+                      const std::string &expected = "") {
+  const std::vector<int> order = metis_order(m);
+  for (int t : o.threads) {
+    set_threads(t);
+    const Result ours = run_velmora(m, -2, &order, o.runs, [](int *iparm) { iparm[20] = 1; });
+    const std::string note = "perturbed " + std::to_string(ours.perturbed) + ", refinement " +
+                             std::to_string(ours.steps) + expected;
+    add_row(section, m, t, "velmora", ours, true, true, nullptr, inertia_of(ours, true), note);
+    const Result matched = run_velmora(m, -2, nullptr, o.runs, [](int *iparm) {
       iparm[20] = 1;
       iparm[12] = 1;
     });
-    line("velmora", ours, "+" + std::to_string(ours.pos) + " -" + std::to_string(ours.neg));
-    line("vel+mtch", matched,
-         "+" + std::to_string(matched.pos) + " -" + std::to_string(matched.neg));
-    line("mumps", mumps, "-" + std::to_string(mumps.neg));
-    std::printf(
-        "%-18s expected inertia +%d -%d; velmora: %d perturbed pivots, %d refinement "
-        "steps; with matching: %d perturbed, %d steps\n",
-        "", side * side * side, nc, ours.perturbed, ours.steps, matched.perturbed, matched.steps);
-    std::fflush(stdout);
+    add_row(section, m, t, "velmora+match", matched, true, false, nullptr,
+            inertia_of(matched, true),
+            "perturbed " + std::to_string(matched.perturbed) + ", refinement " +
+                std::to_string(matched.steps));
+    const Result mumps = run_mumps(m, &order, o.runs, 2);
+    add_row(section, m, t, "mumps", mumps, false, true, &ours, inertia_of(mumps, false));
   }
 }
 
-void section_lu(bool quick, int runs) {
+// General: velmora mtype 11 with its defaults (METIS, matching, scaling,
+// refinement), UMFPACK, SuperLU with COLAMD and MUMPS unsymmetric with
+// their own orderings; with `same_order` also velmora and SuperLU given the
+// METIS order of A + A^T.
+void bench_general(const std::string &section, const Matrix &m, const Options &o, bool same_order) {
+  const std::vector<int> order = same_order ? metis_order(m) : std::vector<int>();
+  for (int t : o.threads) {
+    set_threads(t);
+    const Result ours = run_velmora(m, 11, nullptr, o.runs);
+    add_row(section, m, t, "velmora", ours, true, true, nullptr, "-",
+            "perturbed " + std::to_string(ours.perturbed) + ", refinement " +
+                std::to_string(ours.steps));
+    if (same_order)
+      add_row(section, m, t, "velmora METIS", run_velmora(m, 11, &order, o.runs), true, false,
+              nullptr, "-");
+    add_row(section, m, t, "umfpack", run_umfpack(m, o.runs), false, true, &ours, "-");
+    add_row(section, m, t, "superlu", run_superlu(m, nullptr, o.runs), false, true, &ours, "-",
+            "COLAMD");
+    if (same_order)
+      add_row(section, m, t, "superlu METIS", run_superlu(m, &order, o.runs), false, false, &ours,
+              "-");
+    add_row(section, m, t, "mumps", run_mumps(m, nullptr, o.runs, 0), false, true, &ours, "-");
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Sections.
+
+void section_spd(const Options &o) {
+  std::printf("\n[spd] Laplacians: velmora mtype 2, CHOLMOD, MUMPS sym 1, one METIS order\n");
+  print_header();
+  std::vector<std::function<Matrix()>> cases;
+  if (o.quick) {
+    cases = {[] { return grid("5-point 300^2", 300, 300, 1, false); },
+             [] { return grid("7-point 25^3", 25, 25, 25, false); },
+             [] { return grid("27-point 15^3", 15, 15, 15, true); }};
+  } else {
+    cases = {[] { return grid("5-point 300^2", 300, 300, 1, false); },
+             [] { return grid("5-point 1000^2", 1000, 1000, 1, false); },
+             [] { return grid("7-point 30^3", 30, 30, 30, false); },
+             [] { return grid("7-point 40^3", 40, 40, 40, false); },
+             [] { return grid("27-point 30^3", 30, 30, 30, true); }};
+  }
+  for (const auto &make : cases) bench_spd("spd", make(), o);
+}
+
+void section_elast(const Options &o) {
+  std::printf("\n[elast] 3D elasticity, 3 unknowns per node (bars to the 26 neighbours):\n");
+  std::printf("        velmora mtype 2, CHOLMOD, MUMPS sym 1, one METIS order\n");
+  print_header();
+  for (int m : o.quick ? std::vector<int>{10} : std::vector<int>{15, 21})
+    bench_spd("elast", elasticity(m), o);
+}
+
+void section_kkt(const Options &o) {
   std::printf(
-      "\n[lu] 3D upwind convection-diffusion (Peclet 3, 1.5, 0.75), one right-hand side "
-      "of ones;\n"
-      "     velmora mtype 11: default controls (METIS, matching, scaling, refinement), "
-      "then the\n"
-      "     METIS ordering of A+A^T given; UMFPACK default strategy (its refinement); "
-      "SuperLU sequential\n"
-      "     pieces (COLAMD or the METIS column order, threshold 1.0, no refinement).\n"
-      "     f ratio = factorization time velmora (default) / this line; nnz(F) = L+U "
-      "entries;\n"
-      "     GFLOP: each library's own count of the factorization\n");
-  std::vector<int> sides = quick ? std::vector<int>{20} : std::vector<int>{40, 60};
-  std::printf("%-18s %-16s %8s %8s %8s %8s %8s %7s %9s\n", "matrix", "solver", "analyse", "factor",
-              "solve", "nnz(F)M", "GFLOP", "f ratio", "berr");
+      "\n[kkt] [[H, J^T], [J, 0]]: H 7-point Laplacian of a grid, J local constraints\n"
+      "      (inertia (grid, constraints, 0)); velmora mtype -2, iparm(21) 1, the METIS\n"
+      "      order given (then its symmetric matching); MUMPS sym 2 with the same order\n"
+      "      (inertia: its count of negative pivots)\n");
+  print_header();
+  std::vector<int> sides = o.quick ? std::vector<int>{20} : std::vector<int>{30, 36};
   for (int side : sides) {
-    const Matrix m = convection_diffusion(side);
-    const std::vector<int> order = metis_order(m);
-    const Result ours = run_velmora(m, 11, nullptr, runs);
-    auto line = [&](const char *who, const Result &t) {
-      if (!t.failure.empty()) {
-        std::printf("%-18s %-16s failed: %s\n", m.name.c_str(), who, t.failure.c_str());
-      } else {
-        std::printf("%-18s %-16s %8.3f %8.3f %8.4f %8.2f %8.1f %7.2f %9.1e%s\n", m.name.c_str(),
-                    who, t.analyse, t.factor, t.solve, t.nnz / 1e6, t.mflop / 1e3,
-                    ours.factor / t.factor, t.berr,
-                    t.runs < runs ? ("   (" + std::to_string(t.runs) + " run)").c_str() : "");
-      }
-      std::fflush(stdout);
-    };
-    line("velmora", ours);
-    line("velmora METIS", run_velmora(m, 11, &order, runs));
-    line("umfpack", run_umfpack(m, runs));
-    line("superlu COLAMD", run_superlu(m, nullptr, runs));
-    line("superlu METIS", run_superlu(m, &order, runs));
+    const int nc = side * side * side / 4;
+    bench_indefinite(
+        "kkt", kkt(side, nc, 7), o,
+        "; expected +" + std::to_string(side * side * side) + " -" + std::to_string(nc));
   }
 }
 
-void section_matching(bool quick, int runs) {
+void section_lu(const Options &o) {
   std::printf(
-      "\n[matching] velmora mtype 11, default controls but iparm(13): analysis with matching (1)\n"
-      "           and without (0); extra = the difference, against the factorization with\n"
-      "           matching (target extra/factor <= 0.3); factor entries iparm(18) (target ratio\n"
-      "           <= 1.2); componentwise backward errors.  Rows permuted (*): without matching\n"
-      "           no diagonal is left, so the (0) columns are those of the unpermuted matrix,\n"
-      "           which the matching restores: extra is then the cost of a nontrivial matching.\n");
-  const int side = quick ? 20 : 40;
+      "\n[lu] 3D upwind convection-diffusion (Peclet 3, 1.5, 0.75): velmora mtype 11\n"
+      "     (defaults: METIS, matching, scaling, refinement; then the METIS order of\n"
+      "     A+A^T given), UMFPACK (defaults), SuperLU (COLAMD, then the METIS column\n"
+      "     order; threshold 1.0, no refinement), MUMPS sym 0 (its own ordering)\n");
+  print_header();
+  for (int side : o.quick ? std::vector<int>{15} : std::vector<int>{25, 32})
+    bench_general("lu", convection_diffusion(side), o, true);
+}
+
+// The real matrices of the team's folder, by what their header says:
+// symmetric ones by a trial Cholesky factorization, positive definite or
+// indefinite; pattern files get a dominant diagonal (as the tests give
+// them); complex, degenerate and unreadable files are skipped.
+void section_real(const Options &o) {
+  const std::string dir = VELMORA_MATRIX_DIR;
+  std::printf("\n[real] matrices of %s\n", dir.c_str());
+  std::vector<std::string> files;
+  if (DIR *d = opendir(dir.c_str())) {
+    while (const dirent *e = readdir(d)) {
+      const std::string f = e->d_name;
+      if (f.size() > 4 && f.compare(f.size() - 4, 4, ".mtx") == 0) files.push_back(f);
+    }
+    closedir(d);
+  }
+  std::sort(files.begin(), files.end());
+  std::vector<std::string> skipped;
+  struct Item {
+    Matrix m;
+    int kind;  // 0 positive definite, 1 indefinite, 2 general
+  };
+  std::vector<Item> items;
+  for (const std::string &f : files) {
+    mm::Triplets t;
+    std::string error;
+    const std::string stem = f.substr(0, f.size() - 4);
+    if (!mm::read(dir + "/" + f, &t, &error)) {
+      skipped.push_back(stem + " (unreadable)");
+      continue;
+    }
+    if (t.field == mm::Field::kComplex || t.symmetry == mm::Symmetry::kHermitian) {
+      skipped.push_back(stem + " (complex)");
+      continue;
+    }
+    if (t.m != t.n || t.n == 0 || t.size() == 0) {
+      skipped.push_back(stem + " (degenerate)");
+      continue;
+    }
+    if (t.symmetry == mm::Symmetry::kSkew) {
+      skipped.push_back(stem + " (skew-symmetric)");
+      continue;
+    }
+    const bool general = t.symmetry == mm::Symmetry::kGeneral;
+    const std::string label = stem + (t.re.empty() ? " (pattern)" : "");
+    Matrix m = from_csr(label, testmat::from_file(f, !general), general);
+    if (m.n == 0) {
+      skipped.push_back(stem + " (unreadable)");
+      continue;
+    }
+    items.push_back({m, general ? 2 : positive_definite(m) ? 0 : 1});
+  }
+  std::printf("       skipped: ");
+  for (const std::string &s : skipped) std::printf("%s ", s.c_str());
+  std::printf("\n");
+  print_header();
+  for (int kind : {0, 1, 2})
+    for (const Item &it : items) {
+      if (it.kind != kind) continue;
+      if (kind == 0) bench_spd("real spd", it.m, o);
+      if (kind == 1) bench_indefinite("real indef", it.m, o);
+      if (kind == 2) bench_general("real general", it.m, o, false);
+    }
+}
+
+void section_matching(const Options &o) {
+  set_threads(1);
+  std::printf(
+      "\n[matching] velmora mtype 11, one thread, default controls but iparm(13): analysis\n"
+      "           with matching (1) and without (0); extra = the difference, against the\n"
+      "           factorization with matching; factor entries iparm(18); componentwise\n"
+      "           backward errors.  Rows permuted (*): without matching no diagonal is\n"
+      "           left, so the (0) columns are those of the unpermuted matrix.\n");
+  const int side = o.quick ? 15 : 40;
   std::printf("%-30s %8s %8s %8s %8s %7s %9s %9s %7s %9s %9s\n", "matrix", "an(13=1)", "an(13=0)",
               "extra", "factor", "ex/fac", "nnz(13=1)", "nnz(13=0)", "ratio", "cberr(1)",
               "cberr(0)");
   Result plain_off;
   for (int variant : {0, 1, 2}) {
     const Matrix m = convection_diffusion(side, variant);
-    const Result on = run_velmora(m, 11, nullptr, runs, [](int *iparm) { iparm[12] = 1; });
+    const Result on = run_velmora(m, 11, nullptr, o.runs, [](int *iparm) { iparm[12] = 1; });
     const Result off = variant == 2
                            ? plain_off
-                           : run_velmora(m, 11, nullptr, runs, [](int *iparm) { iparm[12] = 0; });
+                           : run_velmora(m, 11, nullptr, o.runs, [](int *iparm) { iparm[12] = 0; });
     if (variant == 0) plain_off = off;
     const double extra = on.analyse - off.analyse;
     std::printf("%-30s %8.3f %8.3f %8.3f %8.3f %7.3f %9.0f %9.0f %7.3f %9.1e %9.1e\n",
@@ -691,34 +976,422 @@ void section_matching(bool quick, int runs) {
   }
 }
 
+// ---------------------------------------------------------------------------
+// The machine and OpenBLAS's kernels.
+
+std::string lower(std::string s) {
+  for (char &c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+std::string cpuinfo_field(const std::string &key) {
+  std::ifstream in("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(in, line))
+    if (line.compare(0, key.size(), key) == 0) {
+      const size_t colon = line.find(':');
+      if (colon != std::string::npos) {
+        const size_t first = line.find_first_not_of(" \t", colon + 1);
+        return first == std::string::npos ? "" : line.substr(first);
+      }
+    }
+  return "";
+}
+
+// The newest OpenBLAS core type whose double kernels the processor can run,
+// from the flags of /proc/cpuinfo; empty when none is known.
+std::string best_coretype() {
+  std::istringstream in(cpuinfo_field("flags"));
+  std::set<std::string> flags;
+  for (std::string f; in >> f;) flags.insert(f);
+  auto has = [&](const char *f) { return flags.count(f) > 0; };
+  if (has("avx512f") && has("avx512bw") && has("avx512vl") && has("avx512dq") && has("avx512cd"))
+    return "SkylakeX";
+  if (has("avx2") && has("fma")) return "Haswell";
+  if (has("avx")) return "Sandybridge";
+  return "";
+}
+
+// A rank of the double-precision kernels of an OpenBLAS core type: AVX-512,
+// AVX2 with FMA, AVX, older.  Cooper Lake and Sapphire Rapids run the
+// SkylakeX double kernels, the Zen family the Haswell ones.
+int core_rank(const std::string &name) {
+  const std::string c = lower(name);
+  for (const char *k : {"skylakex", "cooperlake", "sapphirerapids"})
+    if (c == k) return 3;
+  for (const char *k : {"haswell", "zen", "excavator", "skylake"})
+    if (c == k) return 2;
+  for (const char *k : {"sandybridge", "bulldozer", "piledriver", "steamroller"})
+    if (c == k) return 1;
+  return 0;
+}
+
+int cpu_count() {
+  const long n = sysconf(_SC_NPROCESSORS_ONLN);
+  return n > 0 ? static_cast<int>(n) : 1;
+}
+
+struct RunInfo {
+  std::string corename, config;
+  std::map<int, double> dgemm;  // GFLOP/s by thread count
+};
+
+// ---------------------------------------------------------------------------
+// Rows through a file (from the child run) and the outputs.
+
+void write_rows(const std::string &path, const RunInfo &info) {
+  std::FILE *f = std::fopen(path.c_str(), "w");
+  if (!f) return;
+  std::fprintf(f, "corename\t%s\n", info.corename.c_str());
+  for (const auto &[t, rate] : info.dgemm) std::fprintf(f, "dgemm\t%d\t%.17g\n", t, rate);
+  for (const Row &w : g_rows) {
+    const Result &r = w.r;
+    std::fprintf(f,
+                 "row\t%s\t%s\t%s\t%s\t%s\t%d\t%d\t%d\t%d\t%.17g\t%.17g\t%.17g\t%.17g\t%.17g\t%"
+                 ".17g\t%.17g\t%.17g\t%d\t%s\n",
+                 w.section.c_str(), w.matrix.c_str(), w.solver.c_str(), w.inertia.c_str(),
+                 w.note.empty() ? "." : w.note.c_str(), w.n, w.threads, w.ours ? 1 : 0,
+                 w.plot ? 1 : 0, r.analyse, r.factor, r.solve, r.nnz, r.mflop, r.berr, w.f_ratio,
+                 w.s_ratio, r.runs, r.failure.empty() ? "." : r.failure.c_str());
+  }
+  std::fclose(f);
+}
+
+bool read_rows(const std::string &path, RunInfo *info, std::vector<Row> *rows) {
+  std::ifstream in(path);
+  if (!in) return false;
+  std::string line;
+  while (std::getline(in, line)) {
+    std::vector<std::string> v;
+    std::stringstream ss(line);
+    for (std::string field; std::getline(ss, field, '\t');) v.push_back(field);
+    if (v.size() == 2 && v[0] == "corename") info->corename = v[1];
+    if (v.size() == 3 && v[0] == "dgemm")
+      info->dgemm[std::atoi(v[1].c_str())] = std::atof(v[2].c_str());
+    if (v.size() != 20 || v[0] != "row") continue;
+    Row w;
+    w.section = v[1];
+    w.matrix = v[2];
+    w.solver = v[3];
+    w.inertia = v[4];
+    w.note = v[5] == "." ? "" : v[5];
+    w.n = std::atoi(v[6].c_str());
+    w.threads = std::atoi(v[7].c_str());
+    w.ours = v[8] == "1";
+    w.plot = v[9] == "1";
+    w.r.analyse = std::atof(v[10].c_str());
+    w.r.factor = std::atof(v[11].c_str());
+    w.r.solve = std::atof(v[12].c_str());
+    w.r.nnz = std::atof(v[13].c_str());
+    w.r.mflop = std::atof(v[14].c_str());
+    w.r.berr = std::atof(v[15].c_str());
+    w.f_ratio = std::atof(v[16].c_str());
+    w.s_ratio = std::atof(v[17].c_str());
+    w.r.runs = std::atoi(v[18].c_str());
+    w.r.failure = v[19] == "." ? "" : v[19];
+    rows->push_back(w);
+  }
+  return true;
+}
+
+std::string table(const std::vector<Row> &rows) {
+  std::ostringstream s;
+  s << "| section | matrix | n | solver | threads | analyse s | factor s | solve s | nnz(factor) "
+       "| GFLOP/s | backward error | inertia | factor ours/peer | solve ours/peer | note |\n"
+       "|---|---|--:|---|--:|--:|--:|--:|--:|--:|--:|---|--:|--:|---|\n";
+  for (const Row &w : rows) {
+    const Result &r = w.r;
+    s << "| " << w.section << " | " << w.matrix << " | " << w.n << " | " << w.solver << " | "
+      << w.threads << " | ";
+    if (!r.failure.empty()) {
+      s << "failed | | | | | | | | | " << r.failure << " |\n";
+      continue;
+    }
+    s << fmt("%.4f", r.analyse) << " | " << fmt("%.4f", r.factor) << " | " << fmt("%.5f", r.solve)
+      << " | " << fmt("%.0f", r.nnz) << " | " << gflops(r) << " | " << fmt("%.1e", r.berr) << " | "
+      << w.inertia << " | " << fmt("%.2f", w.f_ratio) << " | " << fmt("%.2f", w.s_ratio) << " | "
+      << w.note << " |\n";
+  }
+  return s.str();
+}
+
+// Geometric means of the ratios ours/peer, by section and peer, for each
+// thread count, over the matrices where both succeeded.
+std::string summary(const std::vector<Row> &rows, const std::vector<int> &threads) {
+  std::vector<std::pair<std::string, std::string>> keys;
+  std::map<std::tuple<std::string, std::string, int>, std::vector<std::pair<double, double>>> r;
+  for (const Row &w : rows) {
+    if (w.ours || !std::isfinite(w.f_ratio)) continue;
+    const auto key = std::make_pair(w.section, w.solver);
+    if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.push_back(key);
+    r[{w.section, w.solver, w.threads}].push_back({w.f_ratio, w.s_ratio});
+  }
+  std::ostringstream s;
+  s << "| section | peer |";
+  for (int t : threads)
+    s << " factor ours/peer, " << t << " thr | solve ours/peer, " << t << " thr |";
+  s << " matrices |\n|---|---|";
+  for (size_t k = 0; k < threads.size(); ++k) s << "--:|--:|";
+  s << "--:|\n";
+  for (const auto &[section, peer] : keys) {
+    s << "| " << section << " | " << peer << " |";
+    size_t count = 0;
+    for (int t : threads) {
+      const auto &v = r[{section, peer, t}];
+      count = std::max(count, v.size());
+      double lf = 0, ls = 0, fmin = 1e300, fmax = 0;
+      for (const auto &[f, sv] : v) {
+        lf += std::log(f);
+        ls += std::log(sv);
+        fmin = std::min(fmin, f);
+        fmax = std::max(fmax, f);
+      }
+      if (v.empty()) {
+        s << " - | - |";
+      } else {
+        s << " " << fmt("%.2f", std::exp(lf / v.size()));
+        if (v.size() > 1) s << " (" << fmt("%.2f", fmin) << "-" << fmt("%.2f", fmax) << ")";
+        s << " | " << fmt("%.2f", std::exp(ls / v.size())) << " |";
+      }
+    }
+    s << " " << count << " |\n";
+  }
+  return s.str();
+}
+
+// Factorization time against n, one block per library line and thread
+// count: a comment with the thread count, then the title (gnuplot: index,
+// columnheader), then the points.
+void write_plot_data(const std::string &path, const std::vector<Row> &rows,
+                     const std::vector<int> &threads) {
+  std::FILE *f = std::fopen(path.c_str(), "w");
+  if (!f) return;
+  std::vector<std::string> solvers;
+  for (const Row &w : rows)
+    if (w.plot && std::find(solvers.begin(), solvers.end(), w.solver) == solvers.end())
+      solvers.push_back(w.solver);
+  bool first = true;
+  for (int t : threads)
+    for (const std::string &solver : solvers) {
+      std::vector<std::pair<int, double>> pts;
+      for (const Row &w : rows)
+        if (w.plot && w.solver == solver && w.threads == t && w.r.failure.empty() && w.r.factor > 0)
+          pts.push_back({w.n, w.r.factor});
+      if (pts.empty()) continue;
+      std::sort(pts.begin(), pts.end());
+      if (!first) std::fprintf(f, "\n\n");
+      first = false;
+      std::fprintf(f, "# threads %d\n\"%s\"\n", t, solver.c_str());
+      for (const auto &[n, time] : pts) std::fprintf(f, "%d %.6g\n", n, time);
+    }
+  std::fclose(f);
+}
+
+std::string dgemm_line(const RunInfo &info) {
+  std::ostringstream s;
+  bool first = true;
+  for (const auto &[t, rate] : info.dgemm) {
+    s << (first ? "" : ", ") << fmt("%.1f", rate) << " GFLOP/s at " << t << " thread"
+      << (t > 1 ? "s" : "");
+    first = false;
+  }
+  return s.str();
+}
+
+void write_results(const std::string &dir, const Options &o, const std::string &args,
+                   const std::string &commit, const RunInfo &info, const std::string &best,
+                   const std::string &rerun_note, const RunInfo *child,
+                   const std::vector<Row> *child_rows, double wall) {
+  const std::string path = dir + "/RESULTS.md";
+  std::ofstream out(path);
+  if (!out) {
+    std::fprintf(stderr, "cannot write %s\n", path.c_str());
+    return;
+  }
+  char date[64];
+  const std::time_t now = std::time(nullptr);
+  std::strftime(date, sizeof date, "%Y-%m-%d %H:%M UTC", std::gmtime(&now));
+  const char *policy = std::getenv("OMP_WAIT_POLICY");
+  std::string threads;
+  for (int t : o.threads) threads += (threads.empty() ? "" : ", ") + std::to_string(t);
+  out << "# Benchmark: velmora against CHOLMOD, UMFPACK, MUMPS and SuperLU\n\n"
+      << "Date: " << date << (commit.empty() ? "" : ", commit " + commit) << "\n\n"
+      << "Machine: " << cpuinfo_field("model name") << ", " << cpu_count() << " cores, "
+      << info.config << ", kernels " << info.corename << "\n\n"
+      << "dgemm (n = 2000) in this run: " << dgemm_line(info) << "\n\n"
+      << "OpenBLAS kernels: " << rerun_note << "\n\n"
+      << "Run: `bash tools/bench.sh" << args << "`; medians of " << o.runs << " runs at " << threads
+      << " thread(s); OMP_WAIT_POLICY " << (policy ? policy : "unset") << "; wall time "
+      << fmt("%.0f", wall) << " s" << (child ? " (both runs)" : "") << ".\n\n";
+  out << "How to read it:\n\n"
+         "- Times in seconds, each the median of the runs of a fresh analysis, factorization "
+         "and solve of one right-hand side of ones.  The thread count is the OpenMP team and "
+         "the OpenBLAS team, both set for every solver.\n"
+         "- velmora's factorization takes the supernodes one after another on one thread and "
+         "holds the math library to one thread while it runs, so its factor times at 2 threads "
+         "are one-thread times; its analysis and solve use the team.  The peers use the "
+         "threaded OpenBLAS (and MUMPS its OpenMP loops).\n"
+         "- spd, elast, real spd: velmora `mtype` 2, CHOLMOD (supernodal) and MUMPS (sym 1) "
+         "get one METIS ordering.  kkt, real indef: velmora `mtype` -2 with 2x2 pivots and "
+         "MUMPS (sym 2, LDL^T) get one METIS ordering; velmora+match is the symmetric matching "
+         "with velmora's own ordering.  lu, real general: velmora `mtype` 11 with its defaults "
+         "(METIS, matching, scaling, refinement), UMFPACK defaults, SuperLU COLAMD (threshold "
+         "1.0, no refinement) and MUMPS sym 0 with their own orderings; velmora METIS and "
+         "superlu METIS are given the METIS ordering of A+A^T.\n"
+         "- nnz(factor): entries of the factors as each library reports them (L for Cholesky "
+         "and LDL^T, L+U for LU).  GFLOP/s: each library's own operation count of the "
+         "factorization over its factorization time.\n"
+         "- backward error: ||b - A x||_inf / (||A||_inf ||x||_inf + ||b||_inf).  inertia: "
+         "+positive -negative pivots (velmora; CHOLMOD when it completes); MUMPS gives its "
+         "count of negative pivots.\n"
+         "- factor (solve) ours/peer: velmora's main line over the peer's time, same matrix "
+         "and thread count; below 1 velmora is faster.\n\n";
+  out << "## Ratios ours/peer (geometric means; factorization range in brackets)\n\n"
+      << summary(g_rows, o.threads) << "\n";
+  out << "## Factorization time against n\n\n![factorization time](factor_time.png)\n\n";
+  out << "## Table\n\n" << table(g_rows);
+  if (child && child_rows) {
+    out << "\n## Second run with OPENBLAS_CORETYPE=" << best << "\n\n"
+        << "Kernels " << child->corename << "; dgemm " << dgemm_line(*child) << "\n\n"
+        << summary(*child_rows, o.threads) << "\n"
+        << table(*child_rows);
+  }
+  std::printf("\nwrote %s\n", path.c_str());
+}
+
+// Runs this program again with OPENBLAS_CORETYPE=`core`, its rows to `rows`.
+int run_child(const std::string &core, const std::vector<std::string> &args,
+              const std::string &rows) {
+  std::vector<std::string> a = {"solver_bench"};
+  a.insert(a.end(), args.begin(), args.end());
+  a.push_back("--rows");
+  a.push_back(rows);
+  std::vector<char *> argv;
+  for (std::string &s : a) argv.push_back(&s[0]);
+  argv.push_back(nullptr);
+  setenv("OPENBLAS_CORETYPE", core.c_str(), 1);
+  std::fflush(stdout);
+  pid_t pid = 0;
+  const int rc = posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv.data(), environ);
+  unsetenv("OPENBLAS_CORETYPE");
+  if (rc != 0) return -1;
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-  int runs = 3;
-  bool quick = false;
-  std::vector<std::string> sections;
-  const std::vector<std::string> all = {"spd", "kkt", "lu", "matching"};
+  Options o;
+  std::string out_dir, commit, rows_file;
+  std::vector<std::string> sections, child_args;
+  const std::vector<std::string> all = {"spd", "elast", "kkt", "lu", "real"};
+  const char *usage =
+      "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [runs] [--quick]\n"
+      "                    [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]\n";
   for (int k = 1; k < argc; ++k) {
     const std::string arg = argv[k];
+    const bool has_value = k + 1 < argc;
     if (arg == "--quick") {
-      quick = true;
-    } else if (std::find(all.begin(), all.end(), arg) != all.end()) {
+      o.quick = true;
+    } else if (arg == "--threads" && has_value) {
+      o.threads.clear();
+      std::stringstream ss(argv[++k]);
+      for (std::string t; std::getline(ss, t, ',');)
+        if (std::atoi(t.c_str()) > 0) o.threads.push_back(std::atoi(t.c_str()));
+      if (o.threads.empty()) o.threads = {1};
+      child_args.push_back(arg);
+      child_args.push_back(argv[k]);
+      continue;
+    } else if (arg == "--out" && has_value) {
+      out_dir = argv[++k];
+      continue;
+    } else if (arg == "--commit" && has_value) {
+      commit = argv[++k];
+      continue;
+    } else if (arg == "--rows" && has_value) {
+      rows_file = argv[++k];
+      continue;
+    } else if (arg == "matching" || std::find(all.begin(), all.end(), arg) != all.end()) {
       sections.push_back(arg);
     } else if (std::atoi(argv[k]) > 0) {
-      runs = std::atoi(argv[k]);
+      o.runs = std::atoi(argv[k]);
     } else {
-      std::fprintf(stderr, "usage: solver_bench [spd] [kkt] [lu] [matching] [runs] [--quick]\n");
+      std::fprintf(stderr, "%s", usage);
       return 2;
     }
+    child_args.push_back(arg);
   }
   if (sections.empty()) sections = all;
-  std::printf("threads %d, dgemm %.1f GFLOP/s, medians of %d runs%s\n", omp_get_max_threads(),
-              dgemm_rate(), runs, quick ? " (quick)" : "");
+  g_runs = o.runs;
+  const double t_start = omp_get_wtime();
+
+  RunInfo info;
+  info.corename = openblas_get_corename();
+  info.config = openblas_get_config();
+  const std::string best = best_coretype();
+  const bool child = !rows_file.empty();
+  const char *forced = std::getenv("OPENBLAS_CORETYPE");
+  std::printf("%s; %d cores; %s; kernels %s%s%s\n", cpuinfo_field("model name").c_str(),
+              cpu_count(), info.config.c_str(), info.corename.c_str(),
+              forced ? ", OPENBLAS_CORETYPE=" : "", forced ? forced : "");
+  for (int t : o.threads) {
+    set_threads(t);
+    info.dgemm[t] = dgemm_rate();
+    std::printf("dgemm %.1f GFLOP/s at %d thread(s)\n", info.dgemm[t], t);
+  }
+  std::printf("medians of %d runs%s\n", o.runs, o.quick ? " (quick)" : "");
+
   for (const std::string &s : sections) {
-    if (s == "spd") section_spd(quick, runs);
-    if (s == "kkt") section_kkt(quick, runs);
-    if (s == "lu") section_lu(quick, runs);
-    if (s == "matching") section_matching(quick, runs);
+    if (s == "spd") section_spd(o);
+    if (s == "elast") section_elast(o);
+    if (s == "kkt") section_kkt(o);
+    if (s == "lu") section_lu(o);
+    if (s == "real") section_real(o);
+    if (s == "matching") section_matching(o);
+  }
+
+  if (child) {
+    write_rows(rows_file, info);
+    return 0;
+  }
+
+  // Older kernels than the processor runs: everything again with the best.
+  std::string rerun_note;
+  RunInfo child_info;
+  std::vector<Row> child_rows;
+  bool reran = false;
+  if (best.empty()) {
+    rerun_note = "chosen " + info.corename + "; no better core type known for this processor";
+  } else if (core_rank(info.corename) >= core_rank(best)) {
+    rerun_note = "chosen " + info.corename + ", as good as the best for the processor's flags (" +
+                 best + "): no second run";
+  } else {
+    std::printf(
+        "\nOpenBLAS chose %s, older than %s: the whole run again with "
+        "OPENBLAS_CORETYPE=%s\n",
+        info.corename.c_str(), best.c_str(), best.c_str());
+    const std::string path =
+        (out_dir.empty() ? std::string("/tmp") : out_dir) + "/.solver_bench_rows.tsv";
+    const int rc = run_child(best, child_args, path);
+    reran = rc == 0 && read_rows(path, &child_info, &child_rows);
+    std::remove(path.c_str());
+    rerun_note = "chosen " + info.corename + ", older than what the processor runs (" + best +
+                 "); " +
+                 (reran ? "every solver ran a second time with OPENBLAS_CORETYPE=" + best +
+                              " (kernels " + child_info.corename + "), below the table"
+                        : "the second run with OPENBLAS_CORETYPE=" + best + " failed");
+  }
+  const double wall = omp_get_wtime() - t_start;
+  std::printf("\n%s\nwall time %.0f s\n", rerun_note.c_str(), wall);
+
+  if (!out_dir.empty()) {
+    std::string args;
+    for (const std::string &a : child_args) args += " " + a;
+    write_results(out_dir, o, args, commit, info, best, rerun_note, reran ? &child_info : nullptr,
+                  reran ? &child_rows : nullptr, wall);
+    write_plot_data(out_dir + "/factor_time.dat", g_rows, o.threads);
   }
   return 0;
 }
