@@ -2,7 +2,7 @@
 // MUMPS, SuperLU) on generated and real matrices, at 1 and 2 threads in the
 // same run.
 //
-//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [runs] [--quick]
+//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [runs] [--quick]
 //                [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]
 //
 // Without a section word the sections spd, elast, kkt, lu and real run.
@@ -22,6 +22,8 @@
 //   real      the real matrices of the team's folder: positive definite
 //             ones as in spd, indefinite ones as in kkt, general ones as in
 //             lu.  Complex, degenerate and unreadable files are skipped.
+//   kkt-large the kkt section on grids of 43^3 and 62^3 (about 100k and 300k
+//             unknowns); on request only.
 //   matching  cost of the maximum-product matching in velmora's analysis
 //             (iparm(13) 1 against 0); console only, one thread, on request.
 //
@@ -856,14 +858,18 @@ void section_elast(const Options &o) {
     bench_spd("elast", elasticity(m), o);
 }
 
-void section_kkt(const Options &o) {
+// KKT sides 30 and 36 for the whole run; `large` the sides 43 and 62
+// (about 100k and 300k unknowns), on request only.
+void section_kkt(const Options &o, bool large = false) {
   std::printf(
       "\n[kkt] [[H, J^T], [J, 0]]: H 7-point Laplacian of a grid, J local constraints\n"
       "      (inertia (grid, constraints, 0)); velmora mtype -2, iparm(21) 1, the METIS\n"
       "      order given (then its symmetric matching); MUMPS sym 2 with the same order\n"
       "      (inertia: its count of negative pivots)\n");
   print_header();
-  std::vector<int> sides = o.quick ? std::vector<int>{20} : std::vector<int>{30, 36};
+  std::vector<int> sides = o.quick ? std::vector<int>{20}
+                           : large ? std::vector<int>{43, 62}
+                                   : std::vector<int>{30, 36};
   for (int side : sides) {
     const int nc = side * side * side / 4;
     bench_indefinite(
@@ -1288,8 +1294,9 @@ int main(int argc, char **argv) {
   std::vector<std::string> sections, child_args;
   const std::vector<std::string> all = {"spd", "elast", "kkt", "lu", "real"};
   const char *usage =
-      "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [runs] [--quick]\n"
-      "                    [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]\n";
+      "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [runs]\n"
+      "                    [--quick] [--threads 1,2] [--out DIR] [--commit ID]\n"
+      "                    [--rows FILE]\n";
   for (int k = 1; k < argc; ++k) {
     const std::string arg = argv[k];
     const bool has_value = k + 1 < argc;
@@ -1313,7 +1320,8 @@ int main(int argc, char **argv) {
     } else if (arg == "--rows" && has_value) {
       rows_file = argv[++k];
       continue;
-    } else if (arg == "matching" || std::find(all.begin(), all.end(), arg) != all.end()) {
+    } else if (arg == "matching" || arg == "kkt-large" ||
+               std::find(all.begin(), all.end(), arg) != all.end()) {
       sections.push_back(arg);
     } else if (std::atoi(argv[k]) > 0) {
       o.runs = std::atoi(argv[k]);
@@ -1350,6 +1358,7 @@ int main(int argc, char **argv) {
     if (s == "lu") section_lu(o);
     if (s == "real") section_real(o);
     if (s == "matching") section_matching(o);
+    if (s == "kkt-large") section_kkt(o, true);
   }
 
   if (child) {
