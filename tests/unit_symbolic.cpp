@@ -479,30 +479,23 @@ void check_orders(const Graph &g, const vector<int> &widths) {
 // ---------------------------------------------------------------------------
 // Patterns and orderings against the brute force.
 
-TEST(SymbolicBruteForce, Grid2D) {
-  check_orders(grid2d(15, 15), {1, 4, 80, 0});
-}
-TEST(SymbolicBruteForce, Grid3D) {
-  check_orders(grid3d(6, 6, 6), {1, 3, 64, 0});
-}
-TEST(SymbolicBruteForce, RandomSymmetric) {
-  check_orders(random_graph(300, 0.01, 11), {2, 80, 0});
-  check_orders(random_graph(120, 0.08, 5), {5, 0});
-}
-TEST(SymbolicBruteForce, Path) {
-  check_orders(path_graph(50), {1, 2, 0});
-}
-TEST(SymbolicBruteForce, StarCenterFirstAndLast) {
-  check_orders(star_graph(40, 1), {3, 0});
-  check_orders(star_graph(40, 40), {3, 0});
-}
-TEST(SymbolicBruteForce, Dense) {
-  check_orders(dense_graph(60), {7, 128, 0});
-}
-TEST(SymbolicBruteForce, Disconnected) {
-  Graph g =
-      graphs::from_edges(30, {{0, 1}, {1, 2}, {9, 10}, {10, 11}, {11, 9}, {19, 28}, {28, 29}});
-  check_orders(g, {2, 0});
+TEST(SymbolicBruteForce, GeneratedPatterns) {
+  const std::pair<Graph, vector<int>> cases[] = {
+      {grid2d(15, 15), {1, 4, 80, 0}},
+      {grid3d(6, 6, 6), {1, 3, 64, 0}},
+      {random_graph(300, 0.01, 11), {2, 80, 0}},
+      {random_graph(120, 0.08, 5), {5, 0}},
+      {path_graph(50), {1, 2, 0}},
+      {star_graph(40, 1), {3, 0}},  // centre first and last
+      {star_graph(40, 40), {3, 0}},
+      {dense_graph(60), {7, 128, 0}},
+      // disconnected
+      {graphs::from_edges(30, {{0, 1}, {1, 2}, {9, 10}, {10, 11}, {11, 9}, {19, 28}, {28, 29}}),
+       {2, 0}}};
+  for (size_t k = 0; k < sizeof cases / sizeof cases[0]; ++k) {
+    SCOPED_TRACE("case " + std::to_string(k));
+    check_orders(cases[k].first, cases[k].second);
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -672,23 +665,18 @@ vector<int> sched(const vector<int> &sparent) {
   return list;
 }
 
-TEST(SymbolicSched, OneSupernode) {
-  EXPECT_EQ(sched({0}), (vector<int>{-1}));
-}
-
-TEST(SymbolicSched, Chain) {
-  EXPECT_EQ(sched({2, 3, 4, 5, 0}), (vector<int>{-1, 2, 3, 4, 5}));
-}
-
-TEST(SymbolicSched, Star) {
-  EXPECT_EQ(sched({6, 6, 6, 6, 6, 0}), (vector<int>{-1, -2, -3, -4, -5, 6}));
-}
-
-TEST(SymbolicSched, TwoLevels) {
-  // 1,2 -> 3; 4 -> 5; 3,5 -> 7; 6 -> 7; 8 alone.
-  const vector<int> sp{3, 3, 7, 5, 7, 7, 0, 0};
-  EXPECT_EQ(sched(sp), (vector<int>{-1, -2, -4, -6, -8, 3, 5, 7}));
-  check_tasklist(8, sp, sched(sp));
+TEST(SymbolicSched, Trees) {
+  // one supernode; a chain; a star; 1,2 -> 3; 4 -> 5; 3,5 -> 7; 6 -> 7; 8 alone
+  const std::pair<vector<int>, vector<int>> cases[] = {
+      {{0}, {-1}},
+      {{2, 3, 4, 5, 0}, {-1, 2, 3, 4, 5}},
+      {{6, 6, 6, 6, 6, 0}, {-1, -2, -3, -4, -5, 6}},
+      {{3, 3, 7, 5, 7, 7, 0, 0}, {-1, -2, -4, -6, -8, 3, 5, 7}}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.first));
+    EXPECT_EQ(sched(c.first), c.second);
+    check_tasklist(static_cast<int>(c.first.size()), c.first, sched(c.first));
+  }
 }
 
 TEST(SymbolicSched, Empty) {
