@@ -1157,15 +1157,8 @@ TEST(Robustness, NullErrorJustReturns) {
   }
 }
 
+// The message of a negative order is checked with the other input checks.
 TEST(Robustness, NegativeOrderDoesNotReadRowPointers) {
-  Solver s(11, Tridiagonal(5));
-  s.n = -7;
-  s.msglvl = 1;
-  const std::string out = s.Captured(13);
-  EXPECT_EQ(s.error, -1);
-  EXPECT_TRUE(HasLine(out, "*** Input check: neqns_new -7 "));
-  s.Release();
-
   Solver t(11, Tridiagonal(5));
   Args g = t.ArgsFor(13);
   const int n = -7;
