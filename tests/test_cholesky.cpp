@@ -40,56 +40,13 @@ struct Spd {
   }
 };
 
-// y = A x for the upper triangle stored by rows.
-std::vector<double> multiply(const testmat::Csr &m, const double *x) {
-  std::vector<double> y(m.n, 0.0);
-  for (int i = 0; i < m.n; ++i)
-    for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) {
-      const int j = m.ja[k] - 1;
-      y[i] += m.a[k] * x[j];
-      if (j != i) y[j] += m.a[k] * x[i];
-    }
-  return y;
-}
-
-double norm_inf_matrix(const testmat::Csr &m) {
-  std::vector<double> rows(m.n, 0.0);
-  for (int i = 0; i < m.n; ++i)
-    for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) {
-      const int j = m.ja[k] - 1;
-      rows[i] += std::abs(m.a[k]);
-      if (j != i) rows[j] += std::abs(m.a[k]);
-    }
-  return *std::max_element(rows.begin(), rows.end());
-}
-
-// Largest normwise backward error ||b - A x|| / (||A|| ||x|| + ||b||) over
-// the right-hand sides, infinity norms.
 double backward_error(const testmat::Csr &m, const std::vector<double> &x,
                       const std::vector<double> &b, int nrhs) {
-  const double anorm = norm_inf_matrix(m);
-  double worst = 0.0;
-  for (int r = 0; r < nrhs; ++r) {
-    const double *xr = x.data() + static_cast<size_t>(r) * m.n;
-    const double *br = b.data() + static_cast<size_t>(r) * m.n;
-    const auto ax = multiply(m, xr);
-    double res = 0, xn = 0, bn = 0;
-    for (int i = 0; i < m.n; ++i) {
-      res = std::max(res, std::abs(br[i] - ax[i]));
-      xn = std::max(xn, std::abs(xr[i]));
-      bn = std::max(bn, std::abs(br[i]));
-    }
-    worst = std::max(worst, res / (anorm * xn + bn));
-  }
-  return worst;
+  return testmat::backward_error(m, x.data(), b.data(), nrhs, true);
 }
 
 std::vector<double> random_rhs(int n, int nrhs, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  std::vector<double> b(static_cast<size_t>(n) * nrhs);
-  for (double &v : b) v = u(rng);
-  return b;
+  return testmat::random_vector(static_cast<size_t>(n) * nrhs, seed);
 }
 
 std::vector<std::pair<std::string, testmat::Csr>> matrices() {

@@ -25,13 +25,7 @@ namespace {
 using factor_setup::Ordering;
 using std::vector;
 
-vector<double> random_vector(size_t n, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  vector<double> v(n);
-  for (double &e : v) e = u(rng);
-  return v;
-}
+using testmat::random_vector;
 
 // Unsymmetric pattern and values, diagonal above the row's other entries.
 testmat::Csr random_dominant(int n, double density, unsigned seed) {
@@ -109,32 +103,6 @@ vector<int> subtree_tasks(const factor_setup::Symbolic &s) {
   return range;
 }
 
-// max over the right-hand sides of |op(A) x - b| / (|A| |x| + |b|), op(A) =
-// A or A^T, infinity norms.
-double backward_error(const testmat::Csr &a, bool trans, const vector<double> &x,
-                      const vector<double> &b) {
-  const int n = a.n;
-  double eta = 0;
-  for (size_t c = 0; c < b.size() / n; ++c) {
-    vector<double> r(b.begin() + c * n, b.begin() + (c + 1) * n), rowsum(n, 0.0);
-    const double *xc = x.data() + c * n;
-    for (int i = 1; i <= n; ++i)
-      for (int k = a.ia[i - 1]; k < a.ia[i]; ++k) {
-        const int row = trans ? a.ja[k - 1] : i, col = trans ? i : a.ja[k - 1];
-        r[row - 1] -= a.a[k - 1] * xc[col - 1];
-        rowsum[row - 1] += std::fabs(a.a[k - 1]);
-      }
-    auto inf = [](const double *v, int len) {
-      double m = 0;
-      for (int i = 0; i < len; ++i) m = std::max(m, std::fabs(v[i]));
-      return m;
-    };
-    eta =
-        std::max(eta, inf(r.data(), n) / (inf(rowsum.data(), n) * inf(xc, n) + inf(&b[c * n], n)));
-  }
-  return eta;
-}
-
 struct SolveCase {
   int mtype, nrhs, trans;
   const vector<int> *tasks = nullptr;  // the one-rhs task form when set
@@ -167,7 +135,8 @@ double solve(Lu &r, const testmat::Csr &a, const SolveCase &c) {
   vm::SOLVE_VELMORA<double>(r.rec.view, in, b.data(), x.data(),
                             vm::solve_work_carve<double>(sz, work.data(), ints.data()), &error);
   EXPECT_EQ(error, vm::kSolveOk);
-  return backward_error(a, c.trans != 0, x, b);
+  return testmat::backward_error(a, x.data(), b.data(), static_cast<int>(b.size()) / a.n, false,
+                                 c.trans != 0);
 }
 
 // ---- dgetrf_p

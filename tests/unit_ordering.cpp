@@ -12,84 +12,29 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "analysis/ordering.h"
+#include "graphs.h"
 
 namespace {
 
 // ---------------------------------------------------------------- graphs
 
-// Symmetric one-based adjacency without diagonal.
-struct Graph {
-  int n = 0;
-  std::vector<int> xadj{1};
-  std::vector<int> adj;
-  int64_t nadj() const { return static_cast<int64_t>(adj.size()); }
-};
-
-using Edge = std::pair<int, int>;
-
-// Zero-based edge list to a graph; repeated edges and loops are dropped and
-// every row is sorted.
-Graph from_edges(int n, const std::vector<Edge> &edges) {
-  std::vector<std::vector<int>> rows(n);
-  for (const Edge &e : edges) {
-    if (e.first == e.second) continue;
-    rows[e.first].push_back(e.second);
-    rows[e.second].push_back(e.first);
-  }
-  Graph g;
-  g.n = n;
-  g.xadj.assign(1, 1);
-  for (auto &r : rows) {
-    std::sort(r.begin(), r.end());
-    r.erase(std::unique(r.begin(), r.end()), r.end());
-    for (int j : r) g.adj.push_back(j + 1);
-    g.xadj.push_back(static_cast<int>(g.adj.size()) + 1);
-  }
-  return g;
-}
-
-Graph grid2d(int nx, int ny) {
-  std::vector<Edge> e;
-  auto id = [nx](int x, int y) { return x + nx * y; };
-  for (int y = 0; y < ny; ++y) {
-    for (int x = 0; x < nx; ++x) {
-      if (x + 1 < nx) e.emplace_back(id(x, y), id(x + 1, y));
-      if (y + 1 < ny) e.emplace_back(id(x, y), id(x, y + 1));
-    }
-  }
-  return from_edges(nx * ny, e);
-}
-
-Graph grid3d(int nx, int ny, int nz) {
-  std::vector<Edge> e;
-  auto id = [nx, ny](int x, int y, int z) { return x + nx * (y + ny * z); };
-  for (int z = 0; z < nz; ++z) {
-    for (int y = 0; y < ny; ++y) {
-      for (int x = 0; x < nx; ++x) {
-        if (x + 1 < nx) e.emplace_back(id(x, y, z), id(x + 1, y, z));
-        if (y + 1 < ny) e.emplace_back(id(x, y, z), id(x, y + 1, z));
-        if (z + 1 < nz) e.emplace_back(id(x, y, z), id(x, y, z + 1));
-      }
-    }
-  }
-  return from_edges(nx * ny * nz, e);
-}
+using graphs::Edge;
+using graphs::from_edges;
+using graphs::Graph;
+using graphs::grid2d;
+using graphs::grid3d;
+using graphs::path;
+using graphs::star;
 
 Graph random_graph(int n, int nedges, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> pick(0, n - 1);
-  std::vector<Edge> e;
-  for (int k = 0; k < nedges; ++k) e.emplace_back(pick(rng), pick(rng));
-  return from_edges(n, e);
+  return graphs::random_edges(n, nedges, seed);
 }
 
 // A random tree on n nodes, relabelled at random.
@@ -103,20 +48,6 @@ Graph random_tree(int n, unsigned seed) {
     std::uniform_int_distribution<int> parent(0, i - 1);
     e.emplace_back(label[i], label[parent(rng)]);
   }
-  return from_edges(n, e);
-}
-
-Graph star(int n, int centre) {
-  std::vector<Edge> e;
-  for (int i = 0; i < n; ++i) {
-    if (i != centre) e.emplace_back(centre, i);
-  }
-  return from_edges(n, e);
-}
-
-Graph path(int n) {
-  std::vector<Edge> e;
-  for (int i = 0; i + 1 < n; ++i) e.emplace_back(i, i + 1);
   return from_edges(n, e);
 }
 
@@ -154,31 +85,10 @@ Graph islands() {
   return from_edges(n, e);
 }
 
-// Minimal Matrix Market reader: the pattern of A+A^T without diagonal.
 Graph read_matrix_market(const std::string &name) {
-  const std::string file = std::string(VELMORA_MATRIX_DIR) + "/" + name;
-  std::ifstream in(file);
-  EXPECT_TRUE(in.good()) << file;
-  std::string line;
-  std::getline(in, line);
-  EXPECT_EQ(line.rfind("%%MatrixMarket", 0), 0u) << file;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line[0] != '%') break;
-  }
-  int rows = 0;
-  int cols = 0;
-  int64_t entries = 0;
-  std::istringstream(line) >> rows >> cols >> entries;
-  EXPECT_EQ(rows, cols) << file;
-  std::vector<Edge> e;
-  for (int64_t k = 0; k < entries && std::getline(in, line); ++k) {
-    int i = 0;
-    int j = 0;
-    std::istringstream(line) >> i >> j;
-    e.emplace_back(i - 1, j - 1);
-  }
-  EXPECT_EQ(static_cast<int64_t>(e.size()), entries) << file;
-  return from_edges(rows, e);
+  const Graph g = graphs::from_file(name);
+  EXPECT_GT(g.n, 0) << name;
+  return g;
 }
 
 // ---------------------------------------------------------------- checks
@@ -270,15 +180,38 @@ struct Ordering {
   int ndom = 0;
 };
 
-Ordering run_mmd(const Graph &g) {
+enum class Kind { kMmd, kCmd, kAmd };
+
+// MMD, CMD (flag: minimum degree on the separator) or AMD with a work array
+// of the announced size plus extra (negative: too short).
+Ordering run(Kind kind, const Graph &g, int flag = 0, int64_t extra = 0) {
   Ordering o;
   o.perm.assign(g.n, 0);
   o.invp.assign(g.n, 0);
-  const int64_t lw = vm::order_mmd_work_size(g.n, g.nadj());
-  std::vector<int> work(static_cast<std::size_t>(lw));
-  o.status = vm::ORDER_MMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), o.perm.data(), o.invp.data(),
-                                   work.data(), lw);
+  const int64_t lw = (kind == Kind::kMmd   ? vm::order_mmd_work_size(g.n, g.nadj())
+                      : kind == Kind::kCmd ? vm::order_cmd_work_size(g.n, g.nadj())
+                                           : vm::order_amd_work_size(g.n, g.nadj())) +
+                     extra;
+  std::vector<int> work(static_cast<std::size_t>(std::max<int64_t>(lw, 1)));
+  const int *x = g.xadj.data(), *adj = g.adj.data();
+  int *perm = o.perm.data(), *invp = o.invp.data();
+  if (kind == Kind::kMmd) {
+    o.status = vm::ORDER_MMD_VELMORA(g.n, x, adj, perm, invp, work.data(), lw);
+  } else if (kind == Kind::kCmd) {
+    o.status = vm::ORDER_CMD_VELMORA(g.n, x, adj, flag, perm, invp, work.data(), lw);
+  } else {
+    o.status = vm::ORDER_AMD_VELMORA(g.n, x, adj, perm, invp, work.data(), lw);
+  }
   return o;
+}
+Ordering run_mmd(const Graph &g) {
+  return run(Kind::kMmd, g);
+}
+Ordering run_cmd(const Graph &g, int flag) {
+  return run(Kind::kCmd, g, flag);
+}
+Ordering run_amd(const Graph &g) {
+  return run(Kind::kAmd, g);
 }
 
 Ordering run_barred(const Graph &g, const std::vector<int> &barred, int order_barred) {
@@ -290,28 +223,6 @@ Ordering run_barred(const Graph &g, const std::vector<int> &barred, int order_ba
   o.status =
       vm::ORDER_MMD_BARRED_VELMORA(g.n, g.xadj.data(), g.adj.data(), barred.data(), order_barred,
                                    o.perm.data(), o.invp.data(), work.data(), lw);
-  return o;
-}
-
-Ordering run_cmd(const Graph &g, int mmd_on_separator) {
-  Ordering o;
-  o.perm.assign(g.n, 0);
-  o.invp.assign(g.n, 0);
-  const int64_t lw = vm::order_cmd_work_size(g.n, g.nadj());
-  std::vector<int> work(static_cast<std::size_t>(lw));
-  o.status = vm::ORDER_CMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), mmd_on_separator,
-                                   o.perm.data(), o.invp.data(), work.data(), lw);
-  return o;
-}
-
-Ordering run_amd(const Graph &g) {
-  Ordering o;
-  o.perm.assign(g.n, 0);
-  o.invp.assign(g.n, 0);
-  const int64_t lw = vm::order_amd_work_size(g.n, g.nadj());
-  std::vector<int> work(static_cast<std::size_t>(lw));
-  o.status = vm::ORDER_AMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), o.perm.data(), o.invp.data(),
-                                   work.data(), lw);
   return o;
 }
 
@@ -482,25 +393,13 @@ TEST(Mmd, GridsFarBelowNaturalFill) {
   }
 }
 
-TEST(Mmd, CloseToAmdOn3dGrid) {
-  const Graph g = grid3d(20, 20, 20);
-  const Ordering m = run_mmd(g);
-  const Ordering a = run_amd(g);
-  ASSERT_EQ(m.status, vm::kOrderOk);
-  ASSERT_EQ(a.status, vm::kOrderOk);
-  ASSERT_TRUE(is_inverse_pair(g.n, m.perm, m.invp));
-  const int64_t fm = fill_count(g, m.perm, m.invp);
-  const int64_t fa = fill_count(g, a.perm, a.invp);
-  std::printf("3D grid 20^3: nnz(L) mmd %lld amd %lld natural %lld\n", static_cast<long long>(fm),
-              static_cast<long long>(fa), static_cast<long long>(natural_fill(g)));
-  EXPECT_LT(static_cast<double>(fm), 1.3 * static_cast<double>(fa));
-}
-
-TEST(Mmd, CloseToAmdOn2dGrids) {
-  for (const Graph &g : {grid2d(60, 60), grid2d(31, 97)}) {
+TEST(Mmd, CloseToAmdOnGrids) {
+  for (const Graph &g : {grid3d(20, 20, 20), grid2d(60, 60), grid2d(31, 97)}) {
     const Ordering m = run_mmd(g);
     const Ordering a = run_amd(g);
     ASSERT_EQ(m.status, vm::kOrderOk);
+    ASSERT_EQ(a.status, vm::kOrderOk);
+    ASSERT_TRUE(is_inverse_pair(g.n, m.perm, m.invp));
     const int64_t fm = fill_count(g, m.perm, m.invp);
     const int64_t fa = fill_count(g, a.perm, a.invp);
     EXPECT_LT(static_cast<double>(fm), 1.3 * static_cast<double>(fa)) << fm << " vs " << fa;
@@ -602,30 +501,6 @@ TEST(Mmd, Deterministic) {
   EXPECT_EQ(run_mmd(g).perm, run_mmd(g).perm);
 }
 
-TEST(Mmd, ReportsBadInput) {
-  const Graph g = grid2d(6, 6);
-  std::vector<int> perm(g.n);
-  std::vector<int> invp(g.n);
-  const int64_t lw = vm::order_mmd_work_size(g.n, g.nadj());
-  std::vector<int> work(static_cast<std::size_t>(lw));
-  EXPECT_EQ(vm::ORDER_MMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
-                                  work.data(), lw - 1),
-            vm::kOrderShortWork);
-  EXPECT_EQ(vm::ORDER_MMD_VELMORA(-3, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
-                                  work.data(), lw),
-            vm::kOrderBadArgument);
-  Graph asym = g;
-  asym.adj[0] = g.n;
-  EXPECT_EQ(vm::ORDER_MMD_VELMORA(asym.n, asym.xadj.data(), asym.adj.data(), perm.data(),
-                                  invp.data(), work.data(), lw),
-            vm::kOrderNotSymmetric);
-  Graph range = g;
-  range.adj[3] = g.n + 5;
-  EXPECT_EQ(vm::ORDER_MMD_VELMORA(range.n, range.xadj.data(), range.adj.data(), perm.data(),
-                                  invp.data(), work.data(), lw),
-            vm::kOrderBadArgument);
-}
-
 TEST(Mmd, BarredNodesLast) {
   // Bar the middle column of a grid: both halves come first, the column last.
   const int nx = 21;
@@ -716,22 +591,6 @@ TEST(Cmd, SpecialGraphs) {
     const Ordering o = run_cmd(p, flag);
     EXPECT_EQ(fill_count(p, o.perm, o.invp), 200 + 199);
   }
-}
-
-TEST(Cmd, ReportsBadInput) {
-  const Graph g = grid2d(6, 6);
-  std::vector<int> perm(g.n);
-  std::vector<int> invp(g.n);
-  const int64_t lw = vm::order_cmd_work_size(g.n, g.nadj());
-  std::vector<int> work(static_cast<std::size_t>(lw));
-  EXPECT_EQ(vm::ORDER_CMD_VELMORA(g.n, g.xadj.data(), g.adj.data(), 1, perm.data(), invp.data(),
-                                  work.data(), lw - 1),
-            vm::kOrderShortWork);
-  Graph asym = g;
-  asym.adj[0] = g.n;
-  EXPECT_EQ(vm::ORDER_CMD_VELMORA(asym.n, asym.xadj.data(), asym.adj.data(), 1, perm.data(),
-                                  invp.data(), work.data(), lw),
-            vm::kOrderNotSymmetric);
 }
 
 // ---------------------------------------------------------------- METIS 5 nested dissection
@@ -880,13 +739,26 @@ TEST(Amd, GridsAndSpecialGraphs) {
       EXPECT_LT(fill_count(g, o.perm, o.invp) * 2, natural_fill(g));
     }
   }
-  std::vector<int> perm(4);
-  std::vector<int> invp(4);
-  const Graph g = path(4);
-  std::vector<int> work(static_cast<std::size_t>(vm::order_amd_work_size(4, g.nadj())));
-  EXPECT_EQ(vm::ORDER_AMD_VELMORA(4, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
-                                  work.data(), static_cast<int64_t>(work.size()) - 1),
-            vm::kOrderShortWork);
+}
+
+TEST(Orderings, ReportBadInput) {
+  const Graph g = grid2d(6, 6);
+  Graph asym = g, range = g;
+  asym.adj[0] = g.n;  // row 1 names a node that does not name it back
+  range.adj[3] = g.n + 5;
+  for (Kind kind : {Kind::kMmd, Kind::kCmd, Kind::kAmd}) {
+    SCOPED_TRACE("kind " + std::to_string(static_cast<int>(kind)));
+    EXPECT_EQ(run(kind, g, 1, -1).status, vm::kOrderShortWork);
+    EXPECT_EQ(run(kind, path(4), 1, -1).status, vm::kOrderShortWork);
+    if (kind != Kind::kAmd) {  // AMD does not test the symmetry
+      EXPECT_EQ(run(kind, asym, 1).status, vm::kOrderNotSymmetric);
+    }
+    EXPECT_EQ(run(kind, range, 1).status, vm::kOrderBadArgument);
+  }
+  std::vector<int> perm(g.n), invp(g.n), work(1000);
+  EXPECT_EQ(vm::ORDER_MMD_VELMORA(-3, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
+                                  work.data(), 1000),
+            vm::kOrderBadArgument);
 }
 
 // ---------------------------------------------------------------- shared matrices

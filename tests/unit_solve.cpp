@@ -31,11 +31,7 @@ using std::vector;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 vector<double> random_vector(size_t n, double lo, double hi, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> d(lo, hi);
-  vector<double> v(n);
-  for (auto &e : v) e = d(gen);
-  return v;
+  return testmat::random_vector(n, seed, lo, hi);
 }
 
 struct Options {

@@ -5,16 +5,15 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <numeric>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "analysis/symbolic.h"
+#include "graphs.h"
 
 namespace {
 
@@ -24,116 +23,25 @@ using std::vector;
 // ---------------------------------------------------------------------------
 // Graphs: one-based symmetric adjacency without diagonal.
 
-struct Graph {
-  int n = 0;
-  vector<int> xadj{1};
-  vector<int> adjncy;
-};
-
-Graph from_edges(int n, const vector<std::pair<int, int>> &edges) {
-  vector<std::set<int>> adj(n);
-  for (const auto &e : edges) {
-    if (e.first == e.second) continue;
-    adj[e.first - 1].insert(e.second);
-    adj[e.second - 1].insert(e.first);
-  }
-  Graph g;
-  g.n = n;
-  g.xadj.assign(n + 1, 1);
-  for (int i = 0; i < n; ++i) {
-    for (int j : adj[i]) g.adjncy.push_back(j);
-    g.xadj[i + 1] = static_cast<int>(g.adjncy.size()) + 1;
-  }
-  return g;
-}
-
-Graph grid2d(int nx, int ny) {
-  vector<std::pair<int, int>> e;
-  auto id = [&](int x, int y) { return 1 + x + nx * y; };
-  for (int y = 0; y < ny; ++y) {
-    for (int x = 0; x < nx; ++x) {
-      if (x + 1 < nx) e.emplace_back(id(x, y), id(x + 1, y));
-      if (y + 1 < ny) e.emplace_back(id(x, y), id(x, y + 1));
-    }
-  }
-  return from_edges(nx * ny, e);
-}
-
-Graph grid3d(int nx, int ny, int nz) {
-  vector<std::pair<int, int>> e;
-  auto id = [&](int x, int y, int z) { return 1 + x + nx * (y + ny * z); };
-  for (int z = 0; z < nz; ++z) {
-    for (int y = 0; y < ny; ++y) {
-      for (int x = 0; x < nx; ++x) {
-        if (x + 1 < nx) e.emplace_back(id(x, y, z), id(x + 1, y, z));
-        if (y + 1 < ny) e.emplace_back(id(x, y, z), id(x, y + 1, z));
-        if (z + 1 < nz) e.emplace_back(id(x, y, z), id(x, y, z + 1));
-      }
-    }
-  }
-  return from_edges(nx * ny * nz, e);
-}
+using graphs::Graph;
+using graphs::grid2d;
+using graphs::grid3d;
 
 Graph random_graph(int n, double p, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_real_distribution<double> u(0.0, 1.0);
-  vector<std::pair<int, int>> e;
-  for (int i = 1; i <= n; ++i) {
-    for (int j = i + 1; j <= n; ++j) {
-      if (u(rng) < p) e.emplace_back(i, j);
-    }
-  }
-  return from_edges(n, e);
+  return graphs::random_density(n, p, seed);
 }
-
 Graph path_graph(int n) {
-  vector<std::pair<int, int>> e;
-  for (int i = 1; i < n; ++i) e.emplace_back(i, i + 1);
-  return from_edges(n, e);
+  return graphs::path(n);
 }
-
+// center one-based
 Graph star_graph(int n, int center) {
-  vector<std::pair<int, int>> e;
-  for (int i = 1; i <= n; ++i) {
-    if (i != center) e.emplace_back(center, i);
-  }
-  return from_edges(n, e);
+  return graphs::star(n, center - 1);
 }
-
 Graph dense_graph(int n) {
-  vector<std::pair<int, int>> e;
-  for (int i = 1; i <= n; ++i) {
-    for (int j = i + 1; j <= n; ++j) e.emplace_back(i, j);
-  }
-  return from_edges(n, e);
+  return graphs::dense(n);
 }
-
 Graph diagonal_graph(int n) {
-  return from_edges(n, {});
-}
-
-// Minimal Matrix Market reader: the pattern of a coordinate file.
-bool read_mm_pattern(const std::string &path, Graph *g) {
-  std::ifstream in(path);
-  if (!in) return false;
-  std::string line;
-  if (!std::getline(in, line) || line.rfind("%%MatrixMarket", 0) != 0) return false;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line[0] != '%') break;
-  }
-  std::istringstream head(line);
-  int rows = 0, cols = 0;
-  int64_t entries = 0;
-  if (!(head >> rows >> cols >> entries) || rows != cols || rows <= 0) return false;
-  vector<std::pair<int, int>> e;
-  for (int64_t k = 0; k < entries && std::getline(in, line); ++k) {
-    std::istringstream row(line);
-    int i = 0, j = 0;
-    if (!(row >> i >> j)) return false;
-    e.emplace_back(i, j);
-  }
-  *g = from_edges(rows, e);
-  return true;
+  return graphs::from_edges(n, {});
 }
 
 // Reverse Cuthill-McKee-like band ordering, enough to keep the fill of the
@@ -149,7 +57,7 @@ vector<int> band_order(const Graph &g) {
     while (head < order.size()) {
       const int v = order[head++];
       for (int p = g.xadj[v - 1]; p < g.xadj[v]; ++p) {
-        const int w = g.adjncy[p - 1];
+        const int w = g.adj[p - 1];
         if (!seen[w - 1]) {
           seen[w - 1] = 1;
           order.push_back(w);
@@ -216,7 +124,7 @@ BruteL brute_force(const Graph &g, const vector<int> &perm) {
   for (int u = 1; u <= n; ++u) {
     for (int p = g.xadj[u - 1]; p < g.xadj[u]; ++p) {
       const int iu = invp[u - 1];
-      const int iv = invp[g.adjncy[p - 1] - 1];
+      const int iv = invp[g.adj[p - 1] - 1];
       if (iv > iu) col(iu)[(iv - 1) / 64] |= uint64_t{1} << ((iv - 1) % 64);
     }
   }
@@ -292,7 +200,7 @@ Analysis run_sfinit(const Graph &g, const vector<int> &perm, int width, int nsch
   a.xsuper.assign(g.n + 1, -7);
   a.sfinit_work.assign(static_cast<size_t>(vm::sfinit_work_size(g.n)), -7);
   a.sfinit_status =
-      vm::sfinit(g.n, &a.ndom, a.domains.data(), g.xadj.data(), g.adjncy.data(), a.perm.data(),
+      vm::sfinit(g.n, &a.ndom, a.domains.data(), g.xadj.data(), g.adj.data(), a.perm.data(),
                  a.invp.data(), a.parent.data(), a.colcnt.data(), &a.nnzl, &a.nsub, &a.nsuper,
                  a.snode.data(), a.xsuper.data(), a.sfinit_work.data(), width, nschur, mode);
   return a;
@@ -315,7 +223,7 @@ void run_reorder2(const Graph &g, Analysis *a, int unsym, int64_t lnz_limit = 0,
   a->xunz.assign(unsym ? n + 1 : 0, -7);
   vector<int> work(static_cast<size_t>(vm::reorder2_work_size(n, ns)), -7);
   a->r2_status = vm::REORDER2_VELMORA(
-      n, ns, g.xadj.data(), g.adjncy.data(), a->perm.data(), a->invp.data(), a->xsuper.data(),
+      n, ns, g.xadj.data(), g.adj.data(), a->perm.data(), a->invp.data(), a->xsuper.data(),
       a->snode.data(), a->colcnt.data(), a->ndom, a->domains.data(), unsym, indefinite, lnz_limit,
       unz_limit, a->nsub, a->parent2.data(), a->sparent.data(), a->first_child.data(),
       a->next_sibling.data(), a->tasklist.data(), a->xlindx.data(), a->lindx.data(), a->xlnz.data(),
@@ -571,29 +479,23 @@ void check_orders(const Graph &g, const vector<int> &widths) {
 // ---------------------------------------------------------------------------
 // Patterns and orderings against the brute force.
 
-TEST(SymbolicBruteForce, Grid2D) {
-  check_orders(grid2d(15, 15), {1, 4, 80, 0});
-}
-TEST(SymbolicBruteForce, Grid3D) {
-  check_orders(grid3d(6, 6, 6), {1, 3, 64, 0});
-}
-TEST(SymbolicBruteForce, RandomSymmetric) {
-  check_orders(random_graph(300, 0.01, 11), {2, 80, 0});
-  check_orders(random_graph(120, 0.08, 5), {5, 0});
-}
-TEST(SymbolicBruteForce, Path) {
-  check_orders(path_graph(50), {1, 2, 0});
-}
-TEST(SymbolicBruteForce, StarCenterFirstAndLast) {
-  check_orders(star_graph(40, 1), {3, 0});
-  check_orders(star_graph(40, 40), {3, 0});
-}
-TEST(SymbolicBruteForce, Dense) {
-  check_orders(dense_graph(60), {7, 128, 0});
-}
-TEST(SymbolicBruteForce, Disconnected) {
-  Graph g = from_edges(30, {{1, 2}, {2, 3}, {10, 11}, {11, 12}, {12, 10}, {20, 29}, {29, 30}});
-  check_orders(g, {2, 0});
+TEST(SymbolicBruteForce, GeneratedPatterns) {
+  const std::pair<Graph, vector<int>> cases[] = {
+      {grid2d(15, 15), {1, 4, 80, 0}},
+      {grid3d(6, 6, 6), {1, 3, 64, 0}},
+      {random_graph(300, 0.01, 11), {2, 80, 0}},
+      {random_graph(120, 0.08, 5), {5, 0}},
+      {path_graph(50), {1, 2, 0}},
+      {star_graph(40, 1), {3, 0}},  // centre first and last
+      {star_graph(40, 40), {3, 0}},
+      {dense_graph(60), {7, 128, 0}},
+      // disconnected
+      {graphs::from_edges(30, {{0, 1}, {1, 2}, {9, 10}, {10, 11}, {11, 9}, {19, 28}, {28, 29}}),
+       {2, 0}}};
+  for (size_t k = 0; k < sizeof cases / sizeof cases[0]; ++k) {
+    SCOPED_TRACE("case " + std::to_string(k));
+    check_orders(cases[k].first, cases[k].second);
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -763,23 +665,18 @@ vector<int> sched(const vector<int> &sparent) {
   return list;
 }
 
-TEST(SymbolicSched, OneSupernode) {
-  EXPECT_EQ(sched({0}), (vector<int>{-1}));
-}
-
-TEST(SymbolicSched, Chain) {
-  EXPECT_EQ(sched({2, 3, 4, 5, 0}), (vector<int>{-1, 2, 3, 4, 5}));
-}
-
-TEST(SymbolicSched, Star) {
-  EXPECT_EQ(sched({6, 6, 6, 6, 6, 0}), (vector<int>{-1, -2, -3, -4, -5, 6}));
-}
-
-TEST(SymbolicSched, TwoLevels) {
-  // 1,2 -> 3; 4 -> 5; 3,5 -> 7; 6 -> 7; 8 alone.
-  const vector<int> sp{3, 3, 7, 5, 7, 7, 0, 0};
-  EXPECT_EQ(sched(sp), (vector<int>{-1, -2, -4, -6, -8, 3, 5, 7}));
-  check_tasklist(8, sp, sched(sp));
+TEST(SymbolicSched, Trees) {
+  // one supernode; a chain; a star; 1,2 -> 3; 4 -> 5; 3,5 -> 7; 6 -> 7; 8 alone
+  const std::pair<vector<int>, vector<int>> cases[] = {
+      {{0}, {-1}},
+      {{2, 3, 4, 5, 0}, {-1, 2, 3, 4, 5}},
+      {{6, 6, 6, 6, 6, 0}, {-1, -2, -3, -4, -5, 6}},
+      {{3, 3, 7, 5, 7, 7, 0, 0}, {-1, -2, -4, -6, -8, 3, 5, 7}}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.first));
+    EXPECT_EQ(sched(c.first), c.second);
+    check_tasklist(static_cast<int>(c.first.size()), c.first, sched(c.first));
+  }
 }
 
 TEST(SymbolicSched, Empty) {
@@ -1013,11 +910,10 @@ TEST(SymbolicTree, RangesGiveTheWholeTree) {
   const vector<int> perm = make_perm(200, Order::kRandom);
   const vector<int> invp = inverse(perm);
   vector<int> whole(200), byrange(200), work(static_cast<size_t>(vm::etree_work_size(200)));
-  vm::etree(200, g.xadj.data(), g.adjncy.data(), perm.data(), invp.data(), whole.data(),
-            work.data());
+  vm::etree(200, g.xadj.data(), g.adj.data(), perm.data(), invp.data(), whole.data(), work.data());
   for (auto r : {std::make_pair(1, 37), std::make_pair(38, 38), std::make_pair(39, 150),
                  std::make_pair(151, 200)}) {
-    vm::etree_range(r.first, r.second, g.xadj.data(), g.adjncy.data(), perm.data(), invp.data(),
+    vm::etree_range(r.first, r.second, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
                     byrange.data(), work.data());
   }
   EXPECT_EQ(whole, byrange);
@@ -1030,9 +926,8 @@ TEST(SymbolicTree, RangesGiveTheWholeTree) {
 class SymbolicRealMatrix : public ::testing::TestWithParam<const char *> {};
 
 TEST_P(SymbolicRealMatrix, MatchesBruteForce) {
-  Graph g;
-  const std::string path = std::string(VELMORA_MATRIX_DIR) + "/" + GetParam();
-  if (!read_mm_pattern(path, &g)) GTEST_SKIP() << "no matrix at " << path;
+  const Graph g = graphs::from_file(GetParam());
+  if (g.n == 0) GTEST_SKIP() << "no matrix " << GetParam();
   const vector<int> band = band_order(g);
   check_case(g, band, 80);
   check_case(g, band, 128, 0);

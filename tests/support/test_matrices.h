@@ -7,6 +7,8 @@
 #define VELMORA_TESTS_TEST_MATRICES_H
 
 #include <algorithm>
+#include <cmath>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -119,6 +121,48 @@ inline Csr from_file(const std::string &name, bool upper_only) {
       e.push_back({{t.cols[k], t.rows[k]}, v});
   }
   return from_entries(t.n, e, upper_only);
+}
+
+// n values drawn uniformly from [lo, hi).
+inline std::vector<double> random_vector(size_t n, unsigned seed, double lo = -1.0,
+                                         double hi = 1.0) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> u(lo, hi);
+  std::vector<double> v(n);
+  for (double &e : v) e = u(rng);
+  return v;
+}
+
+// The largest normwise backward error ||b - op(A) x|| / (||op(A)|| ||x|| +
+// ||b||), infinity norms, over nrhs columns; op(A) is A^T with trans, and
+// with upper the stored triangle stands for the whole symmetric matrix.
+inline double backward_error(const Csr &m, const double *x, const double *b, int nrhs = 1,
+                             bool upper = false, bool trans = false) {
+  const size_t n = static_cast<size_t>(m.n);
+  double worst = 0.0;
+  for (int c = 0; c < nrhs; ++c) {
+    const double *xc = x + c * n, *bc = b + c * n;
+    std::vector<double> r(bc, bc + n), rows(n, 0.0);
+    auto add = [&](int i, int j, double v) {
+      if (trans) std::swap(i, j);
+      r[i] -= v * xc[j];
+      rows[i] += std::abs(v);
+    };
+    for (int i = 0; i < m.n; ++i)
+      for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) {
+        add(i, m.ja[k] - 1, m.a[k]);
+        if (upper && m.ja[k] - 1 != i) add(m.ja[k] - 1, i, m.a[k]);
+      }
+    double rn = 0, xn = 0, bn = 0, an = 0;
+    for (size_t i = 0; i < n; ++i) {
+      rn = std::max(rn, std::abs(r[i]));
+      xn = std::max(xn, std::abs(xc[i]));
+      bn = std::max(bn, std::abs(bc[i]));
+      an = std::max(an, rows[i]);
+    }
+    worst = std::max(worst, rn / (an * xn + bn));
+  }
+  return worst;
 }
 
 }  // namespace testmat
