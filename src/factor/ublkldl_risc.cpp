@@ -188,18 +188,15 @@ int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) 
   return 0;
 }
 
-// Right-hand sides of the transposed panel solved per pass: a slice of
-// ncols x kSolveSlice stays in cache across the ncols steps of the solve.
-constexpr int kSolveSlice = 256;
-
-// Bunch-Kaufman: dsytf2_pert on the lower triangle, then the rows below,
-// transposed into temp, through dsytrs_half and back.  Returns 0, the
-// kernels' info, or -2 when temp is too small for the transposed rows.
+// Bunch-Kaufman: dsytf2_pert on the lower triangle, then the rows below
+// through temp: L21 = A21 P L^-T D^-1 by dsytrs_half_rows (level 3; the
+// strict upper triangle of the block, unused by this layout, receives the
+// transposed unit factor).  Returns 0, the kernels' info, or -2 when temp
+// is too small for the rows below.
 template <class T, bool kHermitian>
 int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, T *temp,
-                         std::int64_t tmpsiz) {
+                         std::int64_t tmpsiz, int *iwork) {
   const int nc = k.ncols;
-  const std::int64_t ld = k.len;
   T *a = k.panel;
   int info = 0;
   if (logdet != nullptr) {
@@ -212,21 +209,8 @@ int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, 
   const int below = k.len - nc;
   if (info != 0 || below == 0) return info;
   if (static_cast<std::int64_t>(nc) * below > tmpsiz) return -2;
-  T *a21 = a + nc;
-  for (int c = 0; c < nc; ++c)
-    for (int r = 0; r < below; ++r)
-      temp[c + r * static_cast<std::int64_t>(nc)] = conj_if<kHermitian>(a21[r + c * ld]);
-  for (int r0 = 0; r0 < below && info == 0; r0 += kSolveSlice) {
-    const int nr = below - r0 < kSolveSlice ? below - r0 : kSolveSlice;
-    dsytrs_half<T, kHermitian>('L', nc, nr, a, k.len, k.pivot,
-                               temp + static_cast<std::int64_t>(r0) * nc, nc, &info);
-  }
-  for (int c = 0; c < nc; ++c)
-    for (int r = 0; r < below; ++r) {
-      T &t = temp[c + r * static_cast<std::int64_t>(nc)];
-      a21[r + c * ld] = conj_if<kHermitian>(t);
-      t = T(0);
-    }
+  dsytrs_half_rows<T, kHermitian>(nc, below, a, k.len, k.pivot, a + nc, k.len, temp, below, iwork,
+                                  &info);
   return info;
 }
 
@@ -276,7 +260,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     if (k.last <= first_schur) {  // a Schur supernode keeps what it has received
       const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
                                        : factor_bunch_kaufman<T, kHermitian>(
-                                             k, sc, logdet, work.temp, work.tmpsiz);
+                                             k, sc, logdet, work.temp, work.tmpsiz, work.relind);
       if (status != 0) {
         sc.iflag = status == -2 ? -2 : -1;
         break;
