@@ -78,6 +78,104 @@ void scaled_copy(int m, int ncolj, const T *x, std::int64_t ldx, const T *blk, c
   }
 }
 
+// Long runs of a descendant's tail whose rows follow each other in the
+// target's list: rows[0..nrows) of at least kRunRows rows, and cols[0..ncols)
+// of at least kRunCols rows among the first m (the target's columns),
+// cut at m.  Each is a range [first, end) of tail positions, in order.  A
+// block of the update whose rows are such a row run and whose columns such
+// a column run is a dense block of the target panel and is written there
+// directly; the rest goes through temp.  Runs beyond the capacity are
+// left to temp.
+constexpr int kRunRows = 32;
+constexpr int kRunCols = 8;
+constexpr int kMaxRowRuns = 64;
+constexpr int kMaxColRuns = 16;
+
+struct BlockRuns {
+  int nrows = 0, ncols = 0;
+  int rows[kMaxRowRuns][2];
+  int cols[kMaxColRuns][2];
+};
+
+// Gathers relind(i) = indmap(tail row i) for the L tail rows and records
+// the long runs.
+inline void find_runs(int L, int m, const int *tail, const int *indmap, int *relind,
+                      BlockRuns *runs) {
+  int start = 0;
+  for (int i = 0; i <= L; ++i) {
+    if (i < L) relind[i] = indmap[tail[i] - 1];
+    if (i > 0 && (i == L || relind[i] != relind[i - 1] - 1)) {
+      if (i - start >= kRunRows && runs->nrows < kMaxRowRuns) {
+        runs->rows[runs->nrows][0] = start;
+        runs->rows[runs->nrows][1] = i;
+        ++runs->nrows;
+      }
+      const int cend = i < m ? i : m;
+      if (start < m && cend - start >= kRunCols && runs->ncols < kMaxColRuns) {
+        runs->cols[runs->ncols][0] = start;
+        runs->cols[runs->ncols][1] = cend;
+        ++runs->ncols;
+      }
+      start = i;
+    }
+  }
+}
+
+// The part of an update with tail rows [r0, r1) and target columns (tail
+// rows) [c0, c1) through temp: its product, then the entries on and below
+// the target's diagonal added to the panel; temp is cleared again.
+template <class T, bool kHermitian>
+void buffered_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, int c0, int c1,
+                   int ncolj, const T *x, int lenj, const T *wc, int m, const int *relind,
+                   T *temp) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  const int nr = r1 - r0, nc = c1 - c0;
+  blas::gemm<T>('N', kAdj, nr, nc, ncolj, T(-1), x + r0, lenj, wc + c0, m, T(1), temp, nr);
+  for (int j = 0; j < nc; ++j) {
+    const int c = c0 + j;
+    T *end = f.lnz + (f.xlnz[k.first + k.len - relind[c] - 1] - 2);
+    T *t = temp + static_cast<std::int64_t>(j) * nr - r0;
+    for (int i = c > r0 ? c : r0; i < r1; ++i) end[-relind[i]] += t[i];
+    for (int i = r0; i < r1; ++i) t[i] = T(0);
+  }
+}
+
+// A buffered update split along the long runs: for each long column run,
+// its blocks with long row runs go straight into the panel (the square on
+// the target's diagonal whole: the strict upper triangle of a diagonal
+// block holds nothing of use at this point), the rows between them
+// through temp; the columns outside long runs through temp for all rows
+// from their first.
+template <class T, bool kHermitian>
+void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int ncolj, const T *x,
+                  int lenj, const T *wc, const int *relind, const BlockRuns &runs, T *temp) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  int c0 = 0;
+  for (int g = 0; g <= runs.ncols; ++g) {
+    const int cshort = g < runs.ncols ? runs.cols[g][0] : m;
+    if (cshort > c0)
+      buffered_part<T, kHermitian>(f, k, c0, L, c0, cshort, ncolj, x, lenj, wc, m, relind, temp);
+    if (g == runs.ncols) break;
+    const int gs = runs.cols[g][0], ge = runs.cols[g][1];
+    const int col = k.len - 1 - relind[gs];  // the run's first column in the panel
+    int r = gs;
+    for (int q = 0; q < runs.nrows; ++q) {
+      if (runs.rows[q][1] <= gs) continue;
+      const int a = runs.rows[q][0] > gs ? runs.rows[q][0] : gs;
+      const int b = runs.rows[q][1];
+      if (a > r)
+        buffered_part<T, kHermitian>(f, k, r, a, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
+      T *c = k.panel + (k.len - 1 - relind[a]) + static_cast<std::int64_t>(col) * k.len;
+      blas::gemm<T>('N', kAdj, b - a, ge - gs, ncolj, T(-1), x + a, lenj, wc + gs, m, T(1), c,
+                    k.len);
+      r = b;
+    }
+    if (r < L)
+      buffered_part<T, kHermitian>(f, k, r, L, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
+    c0 = ge;
+  }
+}
+
 // Applies the update of descendant jsup through the L rows of its tail to
 // the target.  Returns m, the rows of the tail that are columns of the
 // target; sets *iflag to -2 when temp cannot hold the scaled copy (and the
@@ -141,10 +239,16 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::buffered);
     T *wc = w.temp + block;
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, wc);
-    for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
-    blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, wc, m, T(1), w.temp, L);
+    BlockRuns runs;
+    find_runs(L, m, tail, indmap, w.relind, &runs);
+    if (runs.nrows == 0 || runs.ncols == 0) {
+      blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, wc, m, T(1), w.temp, L);
+      scatter_add<true>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
+    } else {
+      count(&UpdateKernelCounts::split);
+      split_update<T, kHermitian>(f, k, L, m, ncolj, x, lenj, wc, w.relind, runs, w.temp);
+    }
     clear_run(wc, copy);
-    scatter_add<true>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
   } else {
     // A contiguous run of the target's list: straight into the panel.
     if (copy > w.tmpsiz) {
