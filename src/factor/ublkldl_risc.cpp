@@ -9,6 +9,10 @@
 //    copied, scaled by D (1x1 or 2x2 blocks), into temp, and the product
 //    reads that copy as its second factor.  On the buffered path the copy
 //    sits behind the L x m result block; otherwise at the start of temp.
+//    A buffered update is split along long runs of the target's rows:
+//    blocks that are dense in the target panel are written there directly.
+//    Products into temp overwrite it (beta 0), so temp is not kept zero
+//    between updates; it is cleared once at the end.
 //  - the diagonal block is factored by a pivoting kernel that perturbs
 //    small pivots and counts inertia, and the pivots stay inside the block,
 //    so the symbolic structure never changes.
@@ -122,21 +126,36 @@ inline void find_runs(int L, int m, const int *tail, const int *indmap, int *rel
 }
 
 // The part of an update with tail rows [r0, r1) and target columns (tail
-// rows) [c0, c1) through temp: its product, then the entries on and below
-// the target's diagonal added to the panel; temp is cleared again.
+// rows) [c0, c1) through temp: its product (over whatever temp held), then
+// the entries on and below the target's diagonal added to the panel, two
+// columns to a pass over the rows.
 template <class T, bool kHermitian>
 void buffered_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, int c0, int c1,
                    int ncolj, const T *x, int lenj, const T *wc, int m, const int *relind,
                    T *temp) {
   constexpr char kAdj = kHermitian ? 'C' : 'T';
   const int nr = r1 - r0, nc = c1 - c0;
-  blas::gemm<T>('N', kAdj, nr, nc, ncolj, T(-1), x + r0, lenj, wc + c0, m, T(1), temp, nr);
-  for (int j = 0; j < nc; ++j) {
+  blas::gemm<T>('N', kAdj, nr, nc, ncolj, T(-1), x + r0, lenj, wc + c0, m, T(0), temp, nr);
+  auto column_end = [&](int c) { return f.lnz + (f.xlnz[k.first + k.len - relind[c] - 1] - 2); };
+  int j = 0;
+  for (; j + 1 < nc; j += 2) {
     const int c = c0 + j;
-    T *end = f.lnz + (f.xlnz[k.first + k.len - relind[c] - 1] - 2);
-    T *t = temp + static_cast<std::int64_t>(j) * nr - r0;
+    T *end0 = column_end(c), *end1 = column_end(c + 1);
+    const T *t0 = temp + static_cast<std::int64_t>(j) * nr - r0;
+    const T *t1 = t0 + nr;
+    int i = c + 1 > r0 ? c + 1 : r0;
+    if (c >= r0) end0[-relind[c]] += t0[c];  // the row on column c's diagonal
+    for (; i < r1; ++i) {
+      const int v = relind[i];
+      end0[-v] += t0[i];
+      end1[-v] += t1[i];
+    }
+  }
+  if (j < nc) {
+    const int c = c0 + j;
+    T *end = column_end(c);
+    const T *t = temp + static_cast<std::int64_t>(j) * nr - r0;
     for (int i = c > r0 ? c : r0; i < r1; ++i) end[-relind[i]] += t[i];
-    for (int i = r0; i < r1; ++i) t[i] = T(0);
   }
 }
 
@@ -212,7 +231,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::coinciding);
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
     blas::gemm<T>('N', kAdj, L, k.ncols, ncolj, T(-1), x, lenj, w.temp, m, T(1), k.panel, k.len);
-    clear_run(w.temp, copy);
     return m;
   }
   if (ncolj == 1) {
@@ -224,7 +242,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     const T d = blk[0];
     for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(x[c]);
     scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, w.indmap, f.lnz);
-    clear_run(w.temp, m);
     return m;
   }
   const int *indmap = w.indmap;
@@ -242,13 +259,11 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     BlockRuns runs;
     find_runs(L, m, tail, indmap, w.relind, &runs);
     if (runs.nrows == 0 || runs.ncols == 0) {
-      blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, wc, m, T(1), w.temp, L);
-      scatter_add<true>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
+      buffered_part<T, kHermitian>(f, k, 0, L, 0, m, ncolj, x, lenj, wc, m, w.relind, w.temp);
     } else {
       count(&UpdateKernelCounts::split);
       split_update<T, kHermitian>(f, k, L, m, ncolj, x, lenj, wc, w.relind, runs, w.temp);
     }
-    clear_run(wc, copy);
   } else {
     // A contiguous run of the target's list: straight into the panel.
     if (copy > w.tmpsiz) {
@@ -260,7 +275,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     const int r1 = tail[0];
     T *c = f.lnz + (f.xlnz[r1 - 1] - 1) + (r1 - k.first);
     blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, w.temp, m, T(1), c, k.len);
-    clear_run(w.temp, copy);
   }
   return m;
 }
@@ -376,6 +390,10 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
       push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
     }
   }
+
+  // The products write temp over whatever it held; it is left zero for
+  // the next user.
+  parallel_fill(work.temp, work.tmpsiz, T(0));
 
   std::int64_t schur = 0;
   if (f.nschur > 0) {
