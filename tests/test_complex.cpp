@@ -460,7 +460,9 @@ TEST(Complex, HermitianIndefiniteInBothPivotModes) {
       {"KKT 12x12, 40 constraints", hermitian_kkt(12, 40, 1)},
       {"KKT 15x15, 90 constraints", hermitian_kkt(15, 90, 2)},
       {"random Hermitian 250", random_matrix(250, 3, Storage::kHermitian)},
-      {"Hermitian grid 6x6x6, diagonal 0.5", hermitian_grid(6, 6, 6, 0.5)}};
+      {"Hermitian grid 6x6x6, diagonal 0.5", hermitian_grid(6, 6, 6, 0.5)},
+      // large separators: updates split along long runs of target rows
+      {"Hermitian grid 12x12x12, diagonal 0.5", hermitian_grid(12, 12, 12, 0.5)}};
   for (const auto &[name, m] : cases)
     for (int pivoting : {0, 1}) expect_solved(name, -4, m, 1e-14, {{21, pivoting}});
 }
@@ -481,6 +483,7 @@ TEST(Complex, ComplexSymmetricInBothPivotModes) {
   const std::vector<std::pair<std::string, ZCsr>> cases = {
       {"Helmholtz 10x10x8", helmholtz(10, 10, 8)},
       {"Helmholtz 35x35", helmholtz(35, 35, 1)},
+      {"Helmholtz 14x14x12", helmholtz(14, 14, 12)},
       {"random complex symmetric 250", random_matrix(250, 9, Storage::kSymmetric)}};
   for (const auto &[name, m] : cases)
     for (int pivoting : {0, 1}) expect_solved(name, 6, m, 1e-14, {{21, pivoting}});

@@ -146,6 +146,67 @@ TEST(LdlKernels, BunchKaufmanMatchesLapackAndItsSolveStages) {
   }
 }
 
+// The level-3 panel solve against the unblocked one: rows of b through
+// dsytrs_half_rows against the columns of b^T through dsytrs_half, on
+// blocks with 1x1 and 2x2 pivots and exchanges, and with perturbed pivots.
+TEST(LdlKernels, HalfSolveOfRowsMatchesTheUnblockedSolve) {
+  for (int n : {1, 2, 3, 7, 33, 80, 120})
+    for (double scale : {1.0, 1e-9}) {
+      SCOPED_TRACE(testing::Message() << "n " << n << " scale " << scale);
+      const int lda = n + 3, nrows = 2 * n + 5, ldb = nrows + 1;
+      vector<double> a = random_block(n, lda, 7 * n + 1);
+      for (int j = 0; j < n; ++j) a[j + j * lda] *= scale;  // small pivots: some replaced
+      vector<int> ipiv;
+      sytf(a, n, lda, ipiv, 1e-8);
+      int pairs = 0, exchanges = 0;
+      for (int k = 0; k < n; ++k) pairs += ipiv[k] < 0, exchanges += std::abs(ipiv[k]) != k + 1;
+      if (n >= 33 && scale == 1.0) {
+        EXPECT_GT(pairs, 0);
+        EXPECT_GT(exchanges, 0);
+      }
+      const vector<double> b = random_vector(static_cast<size_t>(ldb) * n, 3 * n);
+      // reference: b^T (n x nrows) through the unblocked solve
+      vector<double> bt(static_cast<size_t>(n) * nrows);
+      for (int c = 0; c < n; ++c)
+        for (int r = 0; r < nrows; ++r) bt[c + static_cast<size_t>(r) * n] = b[r + c * ldb];
+      int info = 7;
+      vm::dsytrs_half<double>('L', n, nrows, a.data(), lda, ipiv.data(), bt.data(), n, &info);
+      ASSERT_EQ(info, 0);
+      const vector<double> lower = a;
+      vector<double> x = b, w(static_cast<size_t>(ldb) * n, 0.0);
+      vector<int> perm(n, -1);
+      info = 7;
+      vm::dsytrs_half_rows<double>(n, nrows, a.data(), lda, ipiv.data(), x.data(), ldb, w.data(),
+                                   ldb, perm.data(), &info);
+      ASSERT_EQ(info, 0);
+      double xmax = 0;
+      for (double v : bt) xmax = std::max(xmax, std::fabs(v));
+      for (int c = 0; c < n; ++c)
+        for (int r = 0; r < nrows; ++r)
+          EXPECT_NEAR(x[r + c * ldb], bt[c + static_cast<size_t>(r) * n], 1e-12 * xmax);
+      // the padding row of b, the lower triangle and the diagonal are
+      // untouched; w comes back zero
+      for (int c = 0; c < n; ++c) EXPECT_EQ(x[nrows + c * ldb], b[nrows + c * ldb]);
+      for (int j = 0; j < n; ++j)
+        for (int i = j; i < lda; ++i) EXPECT_EQ(a[i + j * lda], lower[i + j * lda]);
+      for (double v : w) EXPECT_EQ(v, 0.0);
+    }
+  // arguments: reported, nothing touched
+  vector<double> a(4, 1.0), b(4, 2.0), w(4, 0.0);
+  vector<int> ipiv = {1, 2}, perm(2);
+  int info = 0;
+  vm::dsytrs_half_rows<double>(2, 2, a.data(), 1, ipiv.data(), b.data(), 2, w.data(), 2,
+                               perm.data(), &info);
+  EXPECT_EQ(info, -4);
+  vm::dsytrs_half_rows<double>(2, 2, a.data(), 2, ipiv.data(), b.data(), 1, w.data(), 2,
+                               perm.data(), &info);
+  EXPECT_EQ(info, -7);
+  vm::dsytrs_half_rows<double>(2, 2, a.data(), 2, ipiv.data(), b.data(), 2, w.data(), 1,
+                               perm.data(), &info);
+  EXPECT_EQ(info, -9);
+  EXPECT_EQ(b, vector<double>(4, 2.0));
+}
+
 TEST(LdlKernels, BunchKaufmanPerturbationAndInertia) {
   vector<int> ipiv;
   // eps above every entry: every pivot replaced by +-eps, none paired,
@@ -448,6 +509,47 @@ TEST(Ldl, InertiaAndSolveOfIndefiniteMatrices) {
   EXPECT_GT(counts.rank1, 0);
   EXPECT_GT(counts.buffered, 0);
   EXPECT_GT(counts.direct, 0);
+}
+
+// KKT matrix of a 3D grid (7-point Laplacian) with a constraint on every
+// `every`-th node coupling it with its neighbours in x and y.
+testmat::Csr kkt3d(int m, int every) {
+  const testmat::Csr h = testmat::grid_laplacian(m, m, m, true);
+  Entries e;
+  for (int i = 1; i <= h.n; ++i)
+    for (int k = h.ia[i - 1]; k < h.ia[i]; ++k) e.push_back({{i - 1, h.ja[k - 1] - 1}, h.a[k - 1]});
+  int c = 0;
+  for (int v = 0; v + m < h.n; v += every, ++c) {
+    e.push_back({{v, h.n + c}, 1.0});
+    e.push_back({{v + 1, h.n + c}, -0.5});
+    if (c % 2 == 0) e.push_back({{v + m, h.n + c}, 0.25});
+  }
+  return testmat::from_entries(h.n + c, e, true);
+}
+
+// Nested dissection of a 3D KKT matrix gives updates whose rows fall in
+// long runs of the target's list: their blocks are written straight into
+// the panel and the rest goes through temp.  Inertia against the
+// eigenvalues and the backward error (refined when pivots were perturbed)
+// in both pivot modes.
+TEST(Ldl, UpdatesSplitAlongLongRuns) {
+  const testmat::Csr a = kkt3d(8, 5);
+  const auto eig = inertia(dense_of(a), a.n);
+  for (int iparm21 : {0, 1}) {
+    SCOPED_TRACE(testing::Message() << "iparm21 " << iparm21);
+    vm::UpdateKernelCounts counts;
+    vm::set_ldl_update_kernel_counts(&counts);
+    Ldl r = factor(a, Ordering::kMetis, 80, iparm21, 1e-8);
+    vm::set_ldl_update_kernel_counts(nullptr);
+    ASSERT_EQ(r.sc.iflag, 0);
+    EXPECT_GT(counts.split, 0);
+    EXPECT_GT(counts.buffered, counts.split);
+    expect_inertia(eig, r.sc.npos, r.sc.nneg, a.n);
+    const vector<double> b = random_vector(static_cast<size_t>(a.n), 5);
+    vector<double> x = solve(r, b, 1);
+    if (r.sc.perturbed > 0) refine(a, r, b, &x, 3);
+    EXPECT_LT(backward_error(a, x, b), 1e-14);
+  }
 }
 
 TEST(Ldl, BufferTooSmall) {

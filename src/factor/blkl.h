@@ -43,6 +43,7 @@ struct UpdateKernelCounts {
   std::int64_t buffered = 0;    // tail with gaps: gemm into temp, scatter_add
   std::int64_t direct = 0;      // contiguous tail: gemm into the panel
   std::int64_t skipped = 0;     // descendant in the Schur block
+  std::int64_t split = 0;       // buffered, with blocks of long runs straight into the panel
 };
 void set_update_kernel_counts(UpdateKernelCounts *counts);
 

@@ -20,8 +20,9 @@ namespace vm {
 //     column exchanges and L21 = A21 P U^-1 (trsm).  The block then holds D
 //     on its diagonal, unit L below it and D L^T above it.
 //   bit 0 clear (Bunch-Kaufman): dsytf2_pert on the lower triangle; the
-//     rows below are solved through temp, transposed, by dsytrs_half:
-//     L21 = A21 P L^-T D^-1.  The block holds the LAPACK dsytrf layout.
+//     rows below are solved through temp by dsytrs_half_rows (level 3):
+//     L21 = A21 P L^-T D^-1.  The block holds the LAPACK dsytrf layout in
+//     its lower triangle; the strict upper triangle is scratch.
 //   f.pivot(first+i-1) receives the block-relative exchanges (negative
 //   pairs for 2x2 pivots).
 //   in/out: sc.eps (threshold), sc.perturbed, sc.npos, sc.nneg (added to),

@@ -510,27 +510,38 @@ inline void solve_d1(const Block<const T> &A, int k, int nrhs, T *b, int ldb) {
   }
 }
 
+// The solve with the 2x2 pivot on k, k+1 in the form of the LAPACK
+// routine: (x, y) := D^-1 (x, y) through the scaled entries below.
+template <class T, bool kHermitian>
+struct Pivot2Solve {
+  T akm1k, c, akm1, ak, denom;
+  Pivot2Solve(const Block<const T> &A, int k)
+      : akm1k(A(k + 1, k)),
+        c(conj_if<kHermitian>(akm1k)),
+        akm1(A(k, k) / c),
+        ak(A(k + 1, k + 1) / akm1k),
+        denom(akm1 * ak - T(1)) {}
+  void apply(T *x, T *y) const {
+    const T p = *x / c, q = *y / akm1k;
+    *x = (ak * p - q) / denom;
+    *y = (akm1 * q - p) / denom;
+  }
+};
+
 // Rows k, k+1 of b through the 2x2 pivot on k, k+1, right-hand sides in
 // pairs.
 template <class T, bool kHermitian>
 inline void solve_d2(const Block<const T> &A, int k, int nrhs, T *b, std::ptrdiff_t ldb) {
-  const T akm1k = A(k + 1, k), c = conj_if<kHermitian>(akm1k);
-  const T akm1 = A(k, k) / c, ak = A(k + 1, k + 1) / akm1k;
-  const T denom = akm1 * ak - T(1);
+  const Pivot2Solve<T, kHermitian> d(A, k);
   int j = 0;
   for (; j + 1 < nrhs; j += 2) {
     T *b0 = b + j * ldb + k, *b1 = b0 + ldb;
-    const T p0 = b0[0] / c, q0 = b0[1] / akm1k, p1 = b1[0] / c, q1 = b1[1] / akm1k;
-    b0[0] = (ak * p0 - q0) / denom;
-    b0[1] = (akm1 * q0 - p0) / denom;
-    b1[0] = (ak * p1 - q1) / denom;
-    b1[1] = (akm1 * q1 - p1) / denom;
+    d.apply(b0, b0 + 1);
+    d.apply(b1, b1 + 1);
   }
   if (j < nrhs) {
     T *b0 = b + j * ldb + k;
-    const T p0 = b0[0] / c, q0 = b0[1] / akm1k;
-    b0[0] = (ak * p0 - q0) / denom;
-    b0[1] = (akm1 * q0 - p0) / denom;
+    d.apply(b0, b0 + 1);
   }
 }
 
@@ -610,6 +621,94 @@ void dsytrs_half(char uplo, int n, int nrhs, const T *a, int lda, const int *ipi
 }
 
 template <class T, bool kHermitian>
+void dsytrs_half_rows(int n, int nrows, T *a, int lda, const int *ipiv, T *b, int ldb, T *w,
+                      int ldw, int *perm, int *info) {
+  *info = 0;
+  if (n < 0) {
+    *info = -1;
+  } else if (nrows < 0) {
+    *info = -2;
+  } else if (lda < (n > 1 ? n : 1)) {
+    *info = -4;
+  } else if (ldb < (nrows > 1 ? nrows : 1)) {
+    *info = -7;
+  } else if (ldw < (nrows > 1 ? nrows : 1)) {
+    *info = -9;
+  }
+  if (*info != 0) {
+    blas::xerbla(sym_name<T, kHermitian>("SYTRS", "HETRS").text, -*info);
+    return;
+  }
+  if (n == 0 || nrows == 0) return;
+  const Block<T> A{a, lda};
+  const Block<const T> Ac{a, lda};
+  const std::ptrdiff_t lb = ldb, lw = ldw;
+  auto reciprocal = [](T d) {
+    if constexpr (kHermitian) {
+      return T(real_of<T>(1) / real_part(d));
+    } else {
+      return T(1) / d;
+    }
+  };
+  if (n == 1) {  // no multipliers and no exchange: only the pivot
+    blas::scal<T>(nrows, reciprocal(A(0, 0)), b, 1);
+    return;
+  }
+  // The multipliers as a unit lower triangle L' with the exchanges of the
+  // later steps applied to the earlier columns, stored transposed (and
+  // conjugated on the Hermitian form) above the diagonal; the place of a
+  // 2x2 pivot's off-diagonal entry holds 0.  perm gathers the columns of b
+  // in the order of all exchanges, taken one after another.
+  for (int j = 0; j < n; ++j) {
+    perm[j] = j;
+    for (int i = j + 1; i < n; ++i) A(j, i) = conj_if<kHermitian>(A(i, j));
+  }
+  for (int k = 0; k < n;) {
+    const bool one = ipiv[k] > 0;
+    const int r = one ? k : k + 1;
+    const int kp = (one ? ipiv[k] : -ipiv[k]) - 1;
+    if (!one) A(k, k + 1) = T(0);
+    if (kp != r) {
+      if (k > 0) blas::swap<T>(k, &A(0, r), 1, &A(0, kp), 1);
+      std::swap(perm[r], perm[kp]);
+    }
+    k += one ? 1 : 2;
+  }
+  for (int c = 0; c < n; ++c) {
+    const T *src = b + perm[c] * lb;
+    T *dst = w + c * lw;
+    for (int i = 0; i < nrows; ++i) dst[i] = src[i];
+  }
+  blas::trsm<T>('R', 'U', 'N', 'U', nrows, n, T(1), a, lda, w, ldw);
+  // D^-1 on the way back; w is left zero.
+  for (int k = 0; k < n;) {
+    T *wk = w + k * lw;
+    T *bk = b + k * lb;
+    if (ipiv[k] > 0) {
+      const T r = reciprocal(A(k, k));
+      for (int i = 0; i < nrows; ++i) {
+        bk[i] = wk[i] * r;
+        wk[i] = T(0);
+      }
+      k += 1;
+    } else {
+      const Pivot2Solve<T, kHermitian> d(Ac, k);
+      T *wk1 = wk + lw;
+      T *bk1 = bk + lb;
+      for (int i = 0; i < nrows; ++i) {
+        T x = conj_if<kHermitian>(wk[i]), y = conj_if<kHermitian>(wk1[i]);
+        d.apply(&x, &y);
+        bk[i] = conj_if<kHermitian>(x);
+        bk1[i] = conj_if<kHermitian>(y);
+        wk[i] = T(0);
+        wk1[i] = T(0);
+      }
+      k += 2;
+    }
+  }
+}
+
+template <class T, bool kHermitian>
 void dsytrs_fwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
                 int *info, int ipiv_base) {
   if (!sytrs_args<T, kHermitian>(uplo, n, nrhs, lda, ldb, info)) return;
@@ -664,6 +763,8 @@ void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv
   template void dsytf2_pert_logdet<T, H>(char, int, T *, int, int *, int *, int *, int *, int *,   \
                                          double, double *);                                        \
   template void dsytrs_half<T, H>(char, int, int, const T *, int, const int *, T *, int, int *);   \
+  template void dsytrs_half_rows<T, H>(int, int, T *, int, const int *, T *, int, T *, int, int *, \
+                                       int *);                                                     \
   template void dsytrs_fwd<T, H>(char, int, int, const T *, int, const int *, T *, int, int *,     \
                                  int);                                                             \
   template void dsytrs_diag<T, H>(char, int, int, const T *, int, const int *, T *, int, int *);   \

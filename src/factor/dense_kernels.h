@@ -102,6 +102,26 @@ void dsytf2_pert_logdet(char uplo, int n, T *a, int lda, int *ipiv, int *info, i
 template <class T, bool kHermitian = false>
 void dsytrs_half(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
                  int *info);
+
+// dsytrs_half_rows: the solve of dsytrs_half for right-hand sides held as
+// the rows of b (nrows x n, leading dimension ldb): b := b P L^-T D^-1
+// (L^-H on the Hermitian form), that is dsytrs_half applied to b^T (b^H)
+// and transposed (conjugated) back, by level-3 BLAS.  The exchanges of
+// later steps are carried over to the multipliers of earlier ones, which
+// gives a unit lower L' with P^T A P = L' D L'^T, and its transpose
+// (conjugate transpose) is written into the strict upper triangle of a,
+// which the lower form leaves unused; the columns of b are gathered in
+// exchange order into w (nrows x n, leading dimension ldw), solved with
+// L'^T there (trsm), and written back through D^-1.  w must come in with
+// room for that and is left zero; perm takes n integers.  With n = 1, b is
+// scaled by 1/a(1,1) in place and neither w nor perm is touched.
+// Rounding differs from dsytrs_half only in the order of the sums of the
+// unit-factor solve.
+//   info: 0, or -1, -2, -4, -7, -9 for a bad n, nrows, lda, ldb or ldw
+//   (reported as "DSYTRS", "ZHETRS" ...).
+template <class T, bool kHermitian = false>
+void dsytrs_half_rows(int n, int nrows, T *a, int lda, const int *ipiv, T *b, int ldb, T *w,
+                      int ldw, int *perm, int *info);
 template <class T, bool kHermitian = false>
 void dsytrs_fwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv, T *b, int ldb,
                 int *info, int ipiv_base = 0);

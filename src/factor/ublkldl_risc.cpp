@@ -9,6 +9,10 @@
 //    copied, scaled by D (1x1 or 2x2 blocks), into temp, and the product
 //    reads that copy as its second factor.  On the buffered path the copy
 //    sits behind the L x m result block; otherwise at the start of temp.
+//    A buffered update is split along long runs of the target's rows:
+//    blocks that are dense in the target panel are written there directly.
+//    Products into temp overwrite it (beta 0), so temp is not kept zero
+//    between updates; it is cleared once at the end.
 //  - the diagonal block is factored by a pivoting kernel that perturbs
 //    small pivots and counts inertia, and the pivots stay inside the block,
 //    so the symbolic structure never changes.
@@ -78,6 +82,119 @@ void scaled_copy(int m, int ncolj, const T *x, std::int64_t ldx, const T *blk, c
   }
 }
 
+// Long runs of a descendant's tail whose rows follow each other in the
+// target's list: rows[0..nrows) of at least kRunRows rows, and cols[0..ncols)
+// of at least kRunCols rows among the first m (the target's columns),
+// cut at m.  Each is a range [first, end) of tail positions, in order.  A
+// block of the update whose rows are such a row run and whose columns such
+// a column run is a dense block of the target panel and is written there
+// directly; the rest goes through temp.  Runs beyond the capacity are
+// left to temp.
+constexpr int kRunRows = 32;
+constexpr int kRunCols = 8;
+constexpr int kMaxRowRuns = 64;
+constexpr int kMaxColRuns = 16;
+
+struct BlockRuns {
+  int nrows = 0, ncols = 0;
+  int rows[kMaxRowRuns][2];
+  int cols[kMaxColRuns][2];
+};
+
+// Gathers relind(i) = indmap(tail row i) for the L tail rows and records
+// the long runs.
+inline void find_runs(int L, int m, const int *tail, const int *indmap, int *relind,
+                      BlockRuns *runs) {
+  int start = 0;
+  for (int i = 0; i <= L; ++i) {
+    if (i < L) relind[i] = indmap[tail[i] - 1];
+    if (i > 0 && (i == L || relind[i] != relind[i - 1] - 1)) {
+      if (i - start >= kRunRows && runs->nrows < kMaxRowRuns) {
+        runs->rows[runs->nrows][0] = start;
+        runs->rows[runs->nrows][1] = i;
+        ++runs->nrows;
+      }
+      const int cend = i < m ? i : m;
+      if (start < m && cend - start >= kRunCols && runs->ncols < kMaxColRuns) {
+        runs->cols[runs->ncols][0] = start;
+        runs->cols[runs->ncols][1] = cend;
+        ++runs->ncols;
+      }
+      start = i;
+    }
+  }
+}
+
+// The part of an update with tail rows [r0, r1) and target columns (tail
+// rows) [c0, c1) through temp: its product (over whatever temp held), then
+// the entries on and below the target's diagonal added to the panel, two
+// columns to a pass over the rows.
+template <class T, bool kHermitian>
+void buffered_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, int c0, int c1,
+                   int ncolj, const T *x, int lenj, const T *wc, int m, const int *relind,
+                   T *temp) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  const int nr = r1 - r0, nc = c1 - c0;
+  blas::gemm<T>('N', kAdj, nr, nc, ncolj, T(-1), x + r0, lenj, wc + c0, m, T(0), temp, nr);
+  auto column_end = [&](int c) { return f.lnz + (f.xlnz[k.first + k.len - relind[c] - 1] - 2); };
+  int j = 0;
+  for (; j + 1 < nc; j += 2) {
+    const int c = c0 + j;
+    T *end0 = column_end(c), *end1 = column_end(c + 1);
+    const T *t0 = temp + static_cast<std::int64_t>(j) * nr - r0;
+    const T *t1 = t0 + nr;
+    int i = c + 1 > r0 ? c + 1 : r0;
+    if (c >= r0) end0[-relind[c]] += t0[c];  // the row on column c's diagonal
+    for (; i < r1; ++i) {
+      const int v = relind[i];
+      end0[-v] += t0[i];
+      end1[-v] += t1[i];
+    }
+  }
+  if (j < nc) {
+    const int c = c0 + j;
+    T *end = column_end(c);
+    const T *t = temp + static_cast<std::int64_t>(j) * nr - r0;
+    for (int i = c > r0 ? c : r0; i < r1; ++i) end[-relind[i]] += t[i];
+  }
+}
+
+// A buffered update split along the long runs: for each long column run,
+// its blocks with long row runs go straight into the panel (the square on
+// the target's diagonal whole: the strict upper triangle of a diagonal
+// block holds nothing of use at this point), the rows between them
+// through temp; the columns outside long runs through temp for all rows
+// from their first.
+template <class T, bool kHermitian>
+void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int ncolj, const T *x,
+                  int lenj, const T *wc, const int *relind, const BlockRuns &runs, T *temp) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  int c0 = 0;
+  for (int g = 0; g <= runs.ncols; ++g) {
+    const int cshort = g < runs.ncols ? runs.cols[g][0] : m;
+    if (cshort > c0)
+      buffered_part<T, kHermitian>(f, k, c0, L, c0, cshort, ncolj, x, lenj, wc, m, relind, temp);
+    if (g == runs.ncols) break;
+    const int gs = runs.cols[g][0], ge = runs.cols[g][1];
+    const int col = k.len - 1 - relind[gs];  // the run's first column in the panel
+    int r = gs;
+    for (int q = 0; q < runs.nrows; ++q) {
+      if (runs.rows[q][1] <= gs) continue;
+      const int a = runs.rows[q][0] > gs ? runs.rows[q][0] : gs;
+      const int b = runs.rows[q][1];
+      if (a > r)
+        buffered_part<T, kHermitian>(f, k, r, a, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
+      T *c = k.panel + (k.len - 1 - relind[a]) + static_cast<std::int64_t>(col) * k.len;
+      blas::gemm<T>('N', kAdj, b - a, ge - gs, ncolj, T(-1), x + a, lenj, wc + gs, m, T(1), c,
+                    k.len);
+      r = b;
+    }
+    if (r < L)
+      buffered_part<T, kHermitian>(f, k, r, L, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
+    c0 = ge;
+  }
+}
+
 // Applies the update of descendant jsup through the L rows of its tail to
 // the target.  Returns m, the rows of the tail that are columns of the
 // target; sets *iflag to -2 when temp cannot hold the scaled copy (and the
@@ -114,7 +231,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::coinciding);
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
     blas::gemm<T>('N', kAdj, L, k.ncols, ncolj, T(-1), x, lenj, w.temp, m, T(1), k.panel, k.len);
-    clear_run(w.temp, copy);
     return m;
   }
   if (ncolj == 1) {
@@ -126,7 +242,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     const T d = blk[0];
     for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(x[c]);
     scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, w.indmap, f.lnz);
-    clear_run(w.temp, m);
     return m;
   }
   const int *indmap = w.indmap;
@@ -141,10 +256,14 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::buffered);
     T *wc = w.temp + block;
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, wc);
-    for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
-    blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, wc, m, T(1), w.temp, L);
-    clear_run(wc, copy);
-    scatter_add<true>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
+    BlockRuns runs;
+    find_runs(L, m, tail, indmap, w.relind, &runs);
+    if (runs.nrows == 0 || runs.ncols == 0) {
+      buffered_part<T, kHermitian>(f, k, 0, L, 0, m, ncolj, x, lenj, wc, m, w.relind, w.temp);
+    } else {
+      count(&UpdateKernelCounts::split);
+      split_update<T, kHermitian>(f, k, L, m, ncolj, x, lenj, wc, w.relind, runs, w.temp);
+    }
   } else {
     // A contiguous run of the target's list: straight into the panel.
     if (copy > w.tmpsiz) {
@@ -156,7 +275,6 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     const int r1 = tail[0];
     T *c = f.lnz + (f.xlnz[r1 - 1] - 1) + (r1 - k.first);
     blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, w.temp, m, T(1), c, k.len);
-    clear_run(w.temp, copy);
   }
   return m;
 }
@@ -189,18 +307,15 @@ int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) 
   return 0;
 }
 
-// Right-hand sides of the transposed panel solved per pass: a slice of
-// ncols x kSolveSlice stays in cache across the ncols steps of the solve.
-constexpr int kSolveSlice = 256;
-
-// Bunch-Kaufman: dsytf2_pert on the lower triangle, then the rows below,
-// transposed into temp, through dsytrs_half and back.  Returns 0, the
-// kernels' info, or -2 when temp is too small for the transposed rows.
+// Bunch-Kaufman: dsytf2_pert on the lower triangle, then the rows below
+// through temp: L21 = A21 P L^-T D^-1 by dsytrs_half_rows (level 3; the
+// strict upper triangle of the block, unused by this layout, receives the
+// transposed unit factor).  Returns 0, the kernels' info, or -2 when temp
+// is too small for the rows below.
 template <class T, bool kHermitian>
 int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, T *temp,
-                         std::int64_t tmpsiz) {
+                         std::int64_t tmpsiz, int *iwork) {
   const int nc = k.ncols;
-  const std::int64_t ld = k.len;
   T *a = k.panel;
   int info = 0;
   if (logdet != nullptr) {
@@ -213,21 +328,8 @@ int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, 
   const int below = k.len - nc;
   if (info != 0 || below == 0) return info;
   if (static_cast<std::int64_t>(nc) * below > tmpsiz) return -2;
-  T *a21 = a + nc;
-  for (int c = 0; c < nc; ++c)
-    for (int r = 0; r < below; ++r)
-      temp[c + r * static_cast<std::int64_t>(nc)] = conj_if<kHermitian>(a21[r + c * ld]);
-  for (int r0 = 0; r0 < below && info == 0; r0 += kSolveSlice) {
-    const int nr = below - r0 < kSolveSlice ? below - r0 : kSolveSlice;
-    dsytrs_half<T, kHermitian>('L', nc, nr, a, k.len, k.pivot,
-                               temp + static_cast<std::int64_t>(r0) * nc, nc, &info);
-  }
-  for (int c = 0; c < nc; ++c)
-    for (int r = 0; r < below; ++r) {
-      T &t = temp[c + r * static_cast<std::int64_t>(nc)];
-      a21[r + c * ld] = conj_if<kHermitian>(t);
-      t = T(0);
-    }
+  dsytrs_half_rows<T, kHermitian>(nc, below, a, k.len, k.pivot, a + nc, k.len, temp, below, iwork,
+                                  &info);
   return info;
 }
 
@@ -277,7 +379,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     if (k.last <= first_schur) {  // a Schur supernode keeps what it has received
       const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
                                        : factor_bunch_kaufman<T, kHermitian>(
-                                             k, sc, logdet, work.temp, work.tmpsiz);
+                                             k, sc, logdet, work.temp, work.tmpsiz, work.relind);
       if (status != 0) {
         sc.iflag = status == -2 ? -2 : -1;
         break;
@@ -289,6 +391,10 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
       push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
     }
   }
+
+  // The products write temp over whatever it held; it is left zero for
+  // the next user.
+  parallel_fill(work.temp, work.tmpsiz, T(0));
 
   std::int64_t schur = 0;
   if (f.nschur > 0) {

@@ -1,8 +1,13 @@
 // memory.cpp - allocation and release of the named memory groups.
 #include "interface/memory.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace vm {
 
@@ -18,6 +23,24 @@ bool injected_failure() {
 // Each allocation counts its kilobytes rounded down, plus one.
 std::int64_t kilobytes(std::int64_t bytes) {
   return bytes / 1024 + 1;
+}
+
+// Large groups (the factor, its update buffers) are walked by the
+// numeric phase in scattered steps: on Linux they are offered to
+// transparent huge pages, which cuts first-touch faults and TLB misses.
+// Only a hint; nothing depends on it being taken.
+void advise_huge_pages(void *p, std::int64_t bytes) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  constexpr std::uintptr_t kHuge = std::uintptr_t{1} << 21;
+  if (bytes < std::int64_t{8} << 20) return;
+  const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(p) + kHuge - 1) & ~(kHuge - 1);
+  const std::uintptr_t end =
+      (reinterpret_cast<std::uintptr_t>(p) + static_cast<std::uintptr_t>(bytes)) & ~(kHuge - 1);
+  if (end > begin) madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+#else
+  (void)p;
+  (void)bytes;
+#endif
 }
 
 }  // namespace
@@ -45,6 +68,7 @@ int group_alloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
     if (cb) cb->fail_bytes = bytes;
     return code;
   }
+  advise_huge_pages(p, bytes);
   *slot = p;
   if (cb) {
     cb->mem_kb += kilobytes(bytes);
@@ -65,6 +89,7 @@ int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
     if (cb) cb->fail_bytes = bytes;
     return code;
   }
+  advise_huge_pages(p, bytes);
   *slot = p;
   return 0;
 }
