@@ -18,6 +18,7 @@
 #include "factor/blas.h"
 #include "factor/blkl.h"
 #include "factor/dense_kernels.h"
+#include "factor/left_looking.h"
 #include "factor/panel.h"
 #include "factor/update_kernels.h"
 
@@ -40,13 +41,6 @@ struct Target {
   int len = 0;  // rows of its list and leading dimension of its panel
   T *panel = nullptr;
 };
-
-// Puts the supernode whose first column is jfirst at the head of the chain
-// of the supernode whose first column is tfirst.
-inline void push_on_chain(int *link, int tfirst, int jfirst) {
-  link[jfirst - 1] = link[tfirst - 1];
-  link[tfirst - 1] = jfirst;
-}
 
 // Applies the update of descendant jsup, through the L rows of its list not
 // yet consumed (the tail), to the target.  Returns m, the rows of the tail that are columns
@@ -127,66 +121,23 @@ template <class T>
 std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                               FactorScalars &sc) {
   constexpr bool kHermitian = scalar_traits<T>::is_complex;
-  const int n = f.n;
-  const int first_schur = n - f.nschur;  // columns beyond it stay unfactored
-  int *link = work.link;
-  int *length = work.length;
+  const int first_schur = f.n - f.nschur;  // columns beyond it stay unfactored
   double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
-
-  parallel_fill(link, n, 0);
-  parallel_fill(length, f.nsuper, 0);
-  parallel_fill(work.temp, work.tmpsiz, T(0));
-
-  for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
+  auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
     k.last = f.xsuper[ksup] - 1;
     k.ncols = k.last - k.first + 1;
     k.len = static_cast<int>(f.xlnz[k.first] - f.xlnz[k.first - 1]);
     k.panel = f.lnz + (f.xlnz[k.first - 1] - 1);
-
-    prepare_panel(ksup, f, in, work.indmap, kHermitian, logdet);
-
-    // Updates of the descendants waiting on this supernode's chain.
-    const int nmod = work.nmod[ksup - 1];
-    for (int u = 0; u < nmod; ++u) {
-      const int jfirst = link[k.first - 1];
-      assert(jfirst > 0 && "update chain shorter than nmod");
-      link[k.first - 1] = link[jfirst - 1];
-      const int jsup = f.snode[jfirst - 1];
-      const int L = length[jsup - 1];
-      const int m = apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
-      if (sc.iflag != 0) break;
-      length[jsup - 1] = L - m;
-      if (L > m) {
-        const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
-        push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
-      }
-    }
-    if (sc.iflag != 0) break;
-
-    // A Schur supernode keeps what it has received.
-    if (k.last <= first_schur && !factor_panel(k, logdet)) {
-      sc.iflag = -1;
-      break;
-    }
-    length[ksup - 1] = k.len - k.ncols;
-    if (k.len > k.ncols) {
-      const int next_row = f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols];
-      push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
-    }
-  }
-
-  // Entries of the Schur block: the lower trapezoid of each Schur panel.
-  std::int64_t schur = 0;
-  if (f.nschur > 0) {
-    for (int s = 1; s <= f.nsuper; ++s) {
-      const std::int64_t c = f.xsuper[s] - f.xsuper[s - 1];
-      if (f.xsuper[s] - 1 <= first_schur) continue;
-      const std::int64_t r = f.xlindx[s] - f.xlindx[s - 1];
-      schur += c * r - c * (c - 1) / 2;
-    }
-  }
+    return k;
+  };
+  auto update = [&](const Target<T> &k, int jsup, int L) {
+    return apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
+  };
+  auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
+  left_looking(f, in, work, sc, kHermitian, logdet, make, update, factor);
+  const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;
   return schur;
 }

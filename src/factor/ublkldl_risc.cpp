@@ -24,6 +24,7 @@
 #include "factor/blas.h"
 #include "factor/blkldl.h"
 #include "factor/dense_kernels.h"
+#include "factor/left_looking.h"
 #include "factor/panel.h"
 #include "factor/update_kernels.h"
 
@@ -46,11 +47,6 @@ struct Target {
   T *panel = nullptr;
   int *pivot = nullptr;  // its block-relative exchanges
 };
-
-inline void push_on_chain(int *link, int tfirst, int jfirst) {
-  link[jfirst - 1] = link[tfirst - 1];
-  link[tfirst - 1] = jfirst;
-}
 
 // W = X D for the first m rows X of a descendant's tail (leading dimension
 // ldx) and its pivots D, read from its diagonal block (leading dimension
@@ -336,18 +332,10 @@ int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, 
 template <class T, bool kHermitian>
 std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                       FactorScalars &sc) {
-  const int n = f.n;
-  const int first_schur = n - f.nschur;
+  const int first_schur = f.n - f.nschur;
   const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
-  int *link = work.link;
-  int *length = work.length;
   double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
-
-  parallel_fill(link, n, 0);
-  parallel_fill(length, f.nsuper, 0);
-  parallel_fill(work.temp, work.tmpsiz, T(0));
-
-  for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
+  auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
     k.last = f.xsuper[ksup] - 1;
@@ -355,56 +343,24 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     k.len = static_cast<int>(f.xlnz[k.first] - f.xlnz[k.first - 1]);
     k.panel = f.lnz + (f.xlnz[k.first - 1] - 1);
     k.pivot = f.pivot + (k.first - 1);
-
-    prepare_panel(ksup, f, in, work.indmap, kHermitian, logdet);
-
-    const int nmod = work.nmod[ksup - 1];
-    for (int u = 0; u < nmod; ++u) {
-      const int jfirst = link[k.first - 1];
-      assert(jfirst > 0 && "update chain shorter than nmod");
-      link[k.first - 1] = link[jfirst - 1];
-      const int jsup = f.snode[jfirst - 1];
-      const int L = length[jsup - 1];
-      const int m =
-          apply_update<T, kHermitian>(f, k, jsup, L, first_schur, diagonal_mode, work, &sc.iflag);
-      if (sc.iflag != 0) break;
-      length[jsup - 1] = L - m;
-      if (L > m) {
-        const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
-        push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
-      }
-    }
-    if (sc.iflag != 0) break;
-
-    if (k.last <= first_schur) {  // a Schur supernode keeps what it has received
-      const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
-                                       : factor_bunch_kaufman<T, kHermitian>(
-                                             k, sc, logdet, work.temp, work.tmpsiz, work.relind);
-      if (status != 0) {
-        sc.iflag = status == -2 ? -2 : -1;
-        break;
-      }
-    }
-    length[ksup - 1] = k.len - k.ncols;
-    if (k.len > k.ncols) {
-      const int next_row = f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols];
-      push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
-    }
-  }
+    return k;
+  };
+  auto update = [&](const Target<T> &k, int jsup, int L) {
+    return apply_update<T, kHermitian>(f, k, jsup, L, first_schur, diagonal_mode, work, &sc.iflag);
+  };
+  auto factor = [&](const Target<T> &k) {
+    const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
+                                     : factor_bunch_kaufman<T, kHermitian>(
+                                           k, sc, logdet, work.temp, work.tmpsiz, work.relind);
+    return status == 0 ? 0 : status == -2 ? -2 : -1;
+  };
+  left_looking(f, in, work, sc, kHermitian, logdet, make, update, factor);
 
   // The products write temp over whatever it held; it is left zero for
   // the next user.
   parallel_fill(work.temp, work.tmpsiz, T(0));
 
-  std::int64_t schur = 0;
-  if (f.nschur > 0) {
-    for (int s = 1; s <= f.nsuper; ++s) {
-      const std::int64_t c = f.xsuper[s] - f.xsuper[s - 1];
-      if (f.xsuper[s] - 1 <= first_schur) continue;
-      const std::int64_t r = f.xlindx[s] - f.xlindx[s - 1];
-      schur += c * r - c * (c - 1) / 2;
-    }
-  }
+  const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;
   return schur;
 }

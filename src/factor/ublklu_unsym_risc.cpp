@@ -22,6 +22,7 @@
 #include "factor/blas.h"
 #include "factor/blklu.h"
 #include "factor/dense_kernels.h"
+#include "factor/left_looking.h"
 #include "factor/panel.h"
 #include "factor/update_kernels.h"
 #include "factor/update_kernels_unsym.h"
@@ -49,11 +50,6 @@ struct Target {
   T *panel = nullptr;
   T *upanel = nullptr;
 };
-
-inline void push_on_chain(int *link, int tfirst, int jfirst) {
-  link[jfirst - 1] = link[tfirst - 1];
-  link[tfirst - 1] = jfirst;
-}
 
 // Exchanges columns j and piv(j) of an m-row matrix (leading dimension ld)
 // for j = 1 .. ncols-1 in turn, piv one-based and block-relative.
@@ -163,17 +159,9 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
                      FactorScalars &sc) {
   assert(f.unz != nullptr && f.xunz != nullptr && f.pivot != nullptr);
   assert(!kGeneral || f.pivot_col != nullptr);
-  const int n = f.n;
-  const int first_schur = n - f.nschur;
-  int *link = work.link;
-  int *length = work.length;
+  const int first_schur = f.n - f.nschur;
   double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
-
-  parallel_fill(link, n, 0);
-  parallel_fill(length, f.nsuper, 0);
-  parallel_fill(work.temp, work.tmpsiz, T(0));
-
-  for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
+  auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
     k.last = f.xsuper[ksup] - 1;
@@ -182,38 +170,18 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
     k.uld = k.len - k.ncols;
     k.panel = f.lnz + (f.xlnz[k.first - 1] - 1);
     k.upanel = f.unz + (f.xunz[k.first - 1] - 1);
-
-    prepare_panel(ksup, f, in, work.indmap, false, logdet);
-
-    const int nmod = work.nmod[ksup - 1];
-    for (int upd = 0; upd < nmod; ++upd) {
-      const int jfirst = link[k.first - 1];
-      assert(jfirst > 0 && "update chain shorter than nmod");
-      link[k.first - 1] = link[jfirst - 1];
-      const int jsup = f.snode[jfirst - 1];
-      const int L = length[jsup - 1];
-      const int m = apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
-      if (sc.iflag != 0) break;
-      length[jsup - 1] = L - m;
-      if (L > m) {
-        const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
-        push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
-      }
-    }
-    if (sc.iflag != 0) break;
-
-    if (k.last <= first_schur &&
-        !factor_panel<kGeneral>(k, f.pivot + (k.first - 1),
-                                kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc)) {
-      sc.iflag = -1;
-      break;
-    }
-    length[ksup - 1] = k.uld;
-    if (k.uld > 0) {
-      const int next_row = f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols];
-      push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
-    }
-  }
+    return k;
+  };
+  auto update = [&](const Target<T> &k, int jsup, int L) {
+    return apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
+  };
+  auto factor = [&](const Target<T> &k) {
+    return factor_panel<kGeneral>(k, f.pivot + (k.first - 1),
+                                  kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc)
+               ? 0
+               : -1;
+  };
+  left_looking(f, in, work, sc, false, logdet, make, update, factor);
 
   // Entries of the Schur block: the square block and the L and U parts
   // beside it, (2 r - c) c per supernode.
