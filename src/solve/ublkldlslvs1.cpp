@@ -14,36 +14,16 @@
 #include "factor/blas.h"
 #include "factor/dense_kernels.h"
 #include "factor/scalar_traits.h"
+#include "solve/solve_walk.h"
 
 namespace vm {
 
 namespace {
 
-// Columns a solve may touch, as elimination positions (one-based).
-struct Limits {
-  int last = 0;      // n - nschur: later columns and rows are the Schur block
-  int fw_first = 1;  // first column of the forward pass
-  int bw_first = 1;  // first column the backward pass produces
-  int off = 1;       // x[i - off] is position i: 1 + the positions not stored
-};
-
-template <class T>
-Limits limits_of(const FactorView<T> &f, const SolveInput &in) {
-  Limits lim;
-  const int n = f.n;
-  const int nschur = f.nschur > 0 && f.nschur <= n ? f.nschur : 0;
-  lim.last = n - nschur;
-  int fw = n, bw = n;
-  if (in.partial != 0) {
-    fw = std::clamp(in.fwnodes, 0, n);
-    bw = std::clamp(in.bwnodes, 0, n);
-  }
-  const int base = in.partial >= 2 ? n - std::clamp(in.k, 0, n) : 0;
-  lim.fw_first = std::max(n - fw + 1, base + 1);
-  lim.bw_first = std::max(n - bw + 1, base + 1);
-  lim.off = 1 + base;
-  return lim;
-}
+using solve_walk::dot_group;
+using solve_walk::Limits;
+using solve_walk::limits_of;
+using solve_walk::update_group;
 
 // Steps a selector runs.
 enum Step : unsigned {
@@ -122,54 +102,6 @@ inline int group_width(int left) {
   return left >= 8 ? 8 : (left >= 2 ? 2 : 1);
 }
 constexpr int kMaxGroup = 8;
-
-// y(rows[r]) -= sum over a < G of L(r, a) v[a], for r in [r0, r1).
-template <int G, class T>
-void update_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v, T *y,
-                 int off) {
-  for (int r = r0; r < r1; ++r) {
-    T s = L[r] * v[0];
-    for (int a = 1; a < G; ++a) s += L[r + a * ld] * v[a];
-    y[rows[r] - off] -= s;
-  }
-}
-
-template <class T>
-void update_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v,
-                  T *y, int off) {
-  if (g == 8) {
-    update_rows<8>(L, ld, rows, r0, r1, v, y, off);
-  } else if (g == 2) {
-    update_rows<2>(L, ld, rows, r0, r1, v, y, off);
-  } else {
-    update_rows<1>(L, ld, rows, r0, r1, v, y, off);
-  }
-}
-
-// s[a] = sum over r in [r0, r1) of L(r, a) y(rows[r]) (conjugated L with
-// kConj).
-template <int G, bool kConj, class T>
-void dot_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y, int off,
-              T *s) {
-  T acc[G] = {};
-  for (int r = r0; r < r1; ++r) {
-    const T yr = y[rows[r] - off];
-    for (int a = 0; a < G; ++a) acc[a] += conj_if<kConj>(L[r + a * ld]) * yr;
-  }
-  for (int a = 0; a < G; ++a) s[a] = acc[a];
-}
-
-template <bool kConj, class T>
-void dot_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y,
-               int off, T *s) {
-  if (g == 8) {
-    dot_rows<8, kConj>(L, ld, rows, r0, r1, y, off, s);
-  } else if (g == 2) {
-    dot_rows<2, kConj>(L, ld, rows, r0, r1, y, off, s);
-  } else {
-    dot_rows<1, kConj>(L, ld, rows, r0, r1, y, off, s);
-  }
-}
 
 // Row exchanges of a block with 1x1 pivots on m right-hand sides (xb is
 // block column c0, columns ldx apart): ascending for the forward pass,

@@ -20,43 +20,16 @@
 
 #include "factor/blas.h"
 #include "factor/scalar_traits.h"
+#include "solve/solve_walk.h"
 
 namespace vm {
 
 namespace {
 
-// Columns a solve may touch, as elimination positions (one-based).
-struct Limits {
-  int last = 0;      // n - nschur: later columns and rows are the Schur block
-  int fw_first = 1;  // first column of the forward pass
-  int bw_first = 1;  // first column the backward pass produces
-  int off = 1;       // x[i - off] is position i
-};
-
-template <class T>
-Limits limits_of(const FactorView<T> &f, const SolveInput &in) {
-  Limits lim;
-  const int n = f.n;
-  const int nschur = f.nschur > 0 && f.nschur <= n ? f.nschur : 0;
-  lim.last = n - nschur;
-  int fw = n, bw = n;
-  if (in.partial != 0) {
-    fw = std::clamp(in.fwnodes, 0, n);
-    bw = std::clamp(in.bwnodes, 0, n);
-  }
-  const int base = in.partial >= 2 ? n - std::clamp(in.k, 0, n) : 0;
-  lim.fw_first = std::max(n - fw + 1, base + 1);
-  lim.bw_first = std::max(n - bw + 1, base + 1);
-  lim.off = 1 + base;
-  return lim;
-}
-
-bool runs_forward(int s, bool block) {
-  return s == 0 || s == 1 || s == -1 || (!block && s == -12);
-}
-bool runs_backward(int s, bool block) {
-  return s == 0 || s == 2 || s == -3 || (!block && s == -23);
-}
+using solve_walk::Limits;
+using solve_walk::limits_of;
+using solve_walk::runs_backward;
+using solve_walk::runs_forward;
 
 // One supernode as a pass sees it: the block columns c0 .. ncols-1 take
 // part, and the nb rows of the list after the block that are not Schur rows.

@@ -10,45 +10,18 @@
 
 #include "factor/blas.h"
 #include "factor/scalar_traits.h"
+#include "solve/solve_walk.h"
 
 namespace vm {
 
 namespace {
 
-// Columns a solve may touch, as elimination positions (one-based).
-struct Limits {
-  int n = 0;
-  int last = 0;      // n - nschur: later columns and rows are the Schur block
-  int fw_first = 1;  // first column of the forward pass
-  int bw_first = 1;  // first column the backward pass produces
-  int off = 1;       // x[i - off] is position i: 1 + the positions not stored
-};
-
-template <class T>
-Limits limits_of(const FactorView<T> &f, const SolveInput &in) {
-  Limits lim;
-  const int n = f.n;
-  lim.n = n;
-  const int nschur = f.nschur > 0 && f.nschur <= n ? f.nschur : 0;
-  lim.last = n - nschur;
-  int fw = n, bw = n;
-  if (in.partial != 0) {
-    fw = std::clamp(in.fwnodes, 0, n);
-    bw = std::clamp(in.bwnodes, 0, n);
-  }
-  const int base = in.partial >= 2 ? n - std::clamp(in.k, 0, n) : 0;
-  lim.fw_first = std::max(n - fw + 1, base + 1);
-  lim.bw_first = std::max(n - bw + 1, base + 1);
-  lim.off = 1 + base;
-  return lim;
-}
-
-bool runs_forward(int s, bool block) {
-  return s == 0 || s == 1 || s == -1 || (!block && s == -12);
-}
-bool runs_backward(int s, bool block) {
-  return s == 0 || s == 2 || s == -3 || (!block && s == -23);
-}
+using solve_walk::dot_group;
+using solve_walk::Limits;
+using solve_walk::limits_of;
+using solve_walk::runs_backward;
+using solve_walk::runs_forward;
+using solve_walk::update_group;
 
 // The part of supernode k's panel a pass uses: panel columns c0 .. c1-1
 // (the supernode's columns inside [lo, last]) and panel rows up to rend-1
@@ -81,68 +54,6 @@ bool cut_supernode(const FactorView<T> &f, int k, int lo, int last, Cut<T> *c) {
 // Columns are taken in groups so that each row below a group is read and
 // written once for the whole group.
 constexpr int kGroup = 4;
-
-// y(rows[r]) -= sum over a < G of L(r, a) v[a], for r in [r0, r1); L points
-// at the group's first column.
-template <int G, class T>
-void update_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v, T *y,
-                 int off) {
-  for (int r = r0; r < r1; ++r) {
-    T s = L[r] * v[0];
-    for (int a = 1; a < G; ++a) s += L[r + a * ld] * v[a];
-    y[rows[r] - off] -= s;
-  }
-}
-
-template <class T>
-void update_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *v,
-                  T *y, int off) {
-  switch (g) {
-    case 4:
-      update_rows<4>(L, ld, rows, r0, r1, v, y, off);
-      break;
-    case 3:
-      update_rows<3>(L, ld, rows, r0, r1, v, y, off);
-      break;
-    case 2:
-      update_rows<2>(L, ld, rows, r0, r1, v, y, off);
-      break;
-    default:
-      update_rows<1>(L, ld, rows, r0, r1, v, y, off);
-      break;
-  }
-}
-
-// s[a] = sum over r in [r0, r1) of conj(L(r, a)) y(rows[r]).
-template <int G, class T>
-void dot_rows(const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y, int off,
-              T *s) {
-  T acc[G] = {};
-  for (int r = r0; r < r1; ++r) {
-    const T yr = y[rows[r] - off];
-    for (int a = 0; a < G; ++a) acc[a] += conj_of(L[r + a * ld]) * yr;
-  }
-  for (int a = 0; a < G; ++a) s[a] = acc[a];
-}
-
-template <class T>
-void dot_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int r1, const T *y,
-               int off, T *s) {
-  switch (g) {
-    case 4:
-      dot_rows<4>(L, ld, rows, r0, r1, y, off, s);
-      break;
-    case 3:
-      dot_rows<3>(L, ld, rows, r0, r1, y, off, s);
-      break;
-    case 2:
-      dot_rows<2>(L, ld, rows, r0, r1, y, off, s);
-      break;
-    default:
-      dot_rows<1>(L, ld, rows, r0, r1, y, off, s);
-      break;
-  }
-}
 
 // Forward step of one supernode: x(j) /= L(j,j), then x(i) -= L(i,j) x(j)
 // for the rows below.  Rows at or above `split` go to acc (indexed by row)
@@ -180,7 +91,7 @@ void backward_cut(const Cut<T> &c, T *x, int off) {
     const int j = hi - g;
     const T *Lg = c.L + j * c.ld;
     T s[kGroup];
-    dot_group(g, Lg, c.ld, rows, hi, c.rend, x, off, s);
+    dot_group<scalar_traits<T>::is_complex>(g, Lg, c.ld, rows, hi, c.rend, x, off, s);
     for (int a = g - 1; a >= 0; --a) {  // the triangle of the group
       const T *Lc = Lg + a * c.ld;
       const int cc = j + a;
