@@ -16,82 +16,12 @@
 #include <vector>
 
 #include "analysis/ordering.h"
+#include "graphs.h"
 
 namespace {
 
-struct Graph {
-  int n = 0;
-  std::vector<int> xadj;
-  std::vector<int> adj;
-};
-
-Graph from_edges(int n, const std::vector<std::pair<int, int>> &edges) {
-  std::vector<std::vector<int>> rows(n);
-  for (const auto &e : edges) {
-    if (e.first == e.second) continue;
-    rows[e.first].push_back(e.second);
-    rows[e.second].push_back(e.first);
-  }
-  Graph g;
-  g.n = n;
-  g.xadj.assign(1, 1);
-  for (auto &r : rows) {
-    std::sort(r.begin(), r.end());
-    r.erase(std::unique(r.begin(), r.end()), r.end());
-    for (int j : r) g.adj.push_back(j + 1);
-    g.xadj.push_back(static_cast<int>(g.adj.size()) + 1);
-  }
-  return g;
-}
-
-Graph grid3d(int k) {
-  std::vector<std::pair<int, int>> e;
-  auto id = [k](int x, int y, int z) { return x + k * (y + k * z); };
-  for (int z = 0; z < k; ++z) {
-    for (int y = 0; y < k; ++y) {
-      for (int x = 0; x < k; ++x) {
-        if (x + 1 < k) e.emplace_back(id(x, y, z), id(x + 1, y, z));
-        if (y + 1 < k) e.emplace_back(id(x, y, z), id(x, y + 1, z));
-        if (z + 1 < k) e.emplace_back(id(x, y, z), id(x, y, z + 1));
-      }
-    }
-  }
-  return from_edges(k * k * k, e);
-}
-
-Graph random_graph(int n, int m, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> pick(0, n - 1);
-  std::vector<std::pair<int, int>> e;
-  for (int k = 0; k < m; ++k) e.emplace_back(pick(rng), pick(rng));
-  return from_edges(n, e);
-}
-
-// nnz(L) with diagonal, by row subtrees of the elimination tree.
-int64_t fill_count(const Graph &g, const std::vector<int> &perm, const std::vector<int> &invp) {
-  const int n = g.n;
-  std::vector<int> parent(n, -1);
-  std::vector<int> mark(n, -1);
-  int64_t count = n;
-  for (int k = 0; k < n; ++k) {
-    mark[k] = k;
-    const int v = perm[k] - 1;
-    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
-      int r = invp[g.adj[q] - 1] - 1;
-      if (r >= k) continue;
-      while (mark[r] != k) {
-        mark[r] = k;
-        ++count;
-        if (parent[r] == -1) {
-          parent[r] = k;
-          break;
-        }
-        r = parent[r];
-      }
-    }
-  }
-  return count;
-}
+using graphs::fill_count;
+using graphs::Graph;
 
 using Runner = std::function<int(const Graph &, std::vector<int> &, std::vector<int> &)>;
 
@@ -155,7 +85,7 @@ int main(int argc, char **argv) {
     }
     const int n = std::atoi(argv[2]);
     const int m = std::atoi(argv[3]);
-    const Graph g = random_graph(n, m, static_cast<unsigned>(std::atoi(argv[4])));
+    const Graph g = graphs::random_edges(n, m, static_cast<unsigned>(std::atoi(argv[4])));
     std::printf("random pattern: n %d, %zu adjacency entries\n", g.n, g.adj.size());
     bench(g);
     return 0;
@@ -164,7 +94,7 @@ int main(int argc, char **argv) {
   for (int a = 1; a < argc; ++a) sizes.push_back(std::atoi(argv[a]));
   if (sizes.empty()) sizes.push_back(40);
   for (int k : sizes) {
-    const Graph g = grid3d(k);
+    const Graph g = graphs::grid3d(k, k, k);
     std::printf("3D 7-point grid %d^3: n %d, %zu adjacency entries\n", k, g.n, g.adj.size());
     bench(g);
   }

@@ -26,6 +26,7 @@ namespace {
 // ---------------------------------------------------------------- graphs
 
 using graphs::Edge;
+using graphs::fill_count;
 using graphs::from_edges;
 using graphs::Graph;
 using graphs::grid2d;
@@ -103,34 +104,6 @@ bool is_inverse_pair(int n, const std::vector<int> &perm, const std::vector<int>
     if (invp[v - 1] != k + 1) return false;
   }
   return true;
-}
-
-// nnz(L), diagonal included, of the graph ordered by invp: row k of L is
-// the set of nodes met walking up the elimination tree from each earlier
-// neighbour of k, and the tree is built during the same sweep.
-int64_t fill_count(const Graph &g, const std::vector<int> &perm, const std::vector<int> &invp) {
-  const int n = g.n;
-  std::vector<int> parent(n, -1);
-  std::vector<int> mark(n, -1);
-  int64_t count = n;
-  for (int k = 0; k < n; ++k) {
-    mark[k] = k;
-    const int v = perm[k] - 1;
-    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
-      int r = invp[g.adj[q] - 1] - 1;
-      if (r >= k) continue;
-      while (mark[r] != k) {
-        mark[r] = k;
-        ++count;
-        if (parent[r] == -1) {
-          parent[r] = k;
-          break;
-        }
-        r = parent[r];
-      }
-    }
-  }
-  return count;
 }
 
 // nnz(L) by explicit elimination with neighbour sets (small graphs only).

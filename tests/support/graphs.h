@@ -99,6 +99,35 @@ inline Graph path(int n) {
   return from_edges(n, e);
 }
 
+// nnz(L), diagonal included, of the graph ordered by invp: row k of L is
+// the set of nodes met walking up the elimination tree from each earlier
+// neighbour of k, and the tree is built during the same sweep.
+inline std::int64_t fill_count(const Graph &g, const std::vector<int> &perm,
+                               const std::vector<int> &invp) {
+  const int n = g.n;
+  std::vector<int> parent(n, -1);
+  std::vector<int> mark(n, -1);
+  std::int64_t count = n;
+  for (int k = 0; k < n; ++k) {
+    mark[k] = k;
+    const int v = perm[k] - 1;
+    for (int q = g.xadj[v] - 1; q < g.xadj[v + 1] - 1; ++q) {
+      int r = invp[g.adj[q] - 1] - 1;
+      if (r >= k) continue;
+      while (mark[r] != k) {
+        mark[r] = k;
+        ++count;
+        if (parent[r] == -1) {
+          parent[r] = k;
+          break;
+        }
+        r = parent[r];
+      }
+    }
+  }
+  return count;
+}
+
 // The pattern of A + A^T without diagonal of a file of the team's folder;
 // n 0 when it cannot be read.
 inline Graph from_file(const std::string &name) {
