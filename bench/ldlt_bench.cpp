@@ -1,11 +1,12 @@
-// ldlt_bench - speed of the supernodal LDL^T (BLKLDL_SEQ_VELMORA) on a KKT
-// matrix [[H, J^T], [J, 0]]: H the 7-point Laplacian of an m^3 grid, J one
-// constraint per `every` grid points coupling two neighbours, ordered by
-// METIS.  Run by hand:
-//   ldlt_bench [m [every [width [runs]]]]      defaults 44 6 80 3
-// Prints the size of L, the flops (the symmetric count of the Cholesky
-// bench, so the two compare) and the best time of the numeric loop alone
-// in each pivot mode, with the perturbed pivots and the inertia.
+// ldlt_bench - speed of the supernodal LDL^T (BLKLDL_SEQ_VELMORA) on the KKT
+// matrix of the solver benchmark, [[H, J^T], [J, 0]]: H the 7-point
+// Laplacian of an m^3 grid, m^3/4 local constraints, ordered by METIS.
+// Run by hand:
+//   ldlt_bench [m [width [runs [mode]]]]      defaults 43 80 3 both
+// mode 0 diagonal pivoting, 1 Bunch-Kaufman, anything else both.  Prints the
+// size of L, the flops (the symmetric count of the Cholesky bench, so the
+// two compare) and the best time of the numeric loop alone in each pivot
+// mode, with the perturbed pivots and the inertia.
 #include <omp.h>
 
 #include <algorithm>
@@ -19,20 +20,12 @@
 #include "test_matrices.h"
 
 int main(int argc, char **argv) {
-  const int m = argc > 1 ? std::atoi(argv[1]) : 44;
-  const int every = argc > 2 ? std::atoi(argv[2]) : 6;
-  const int width = argc > 3 ? std::atoi(argv[3]) : 80;
-  const int runs = argc > 4 ? std::atoi(argv[4]) : 3;
-  const testmat::Csr h = testmat::grid_laplacian(m, m, m, true);
-  std::vector<std::pair<std::pair<int, int>, double>> e;
-  for (int i = 1; i <= h.n; ++i)
-    for (int k = h.ia[i - 1]; k < h.ia[i]; ++k) e.push_back({{i - 1, h.ja[k - 1] - 1}, h.a[k - 1]});
-  int nc = 0;
-  for (int v = 0; v + 1 < h.n; v += every, ++nc) {
-    e.push_back({{v, h.n + nc}, 1.0});
-    e.push_back({{v + 1, h.n + nc}, -0.5});
-  }
-  const testmat::Csr a = testmat::from_entries(h.n + nc, e, true);
+  const int m = argc > 1 ? std::atoi(argv[1]) : 43;
+  const int width = argc > 2 ? std::atoi(argv[2]) : 80;
+  const int runs = argc > 3 ? std::atoi(argv[3]) : 3;
+  const int mode = argc > 4 ? std::atoi(argv[4]) : -1;
+  const int nc = m * m * m / 4;
+  const testmat::Csr a = testmat::kkt_local(m, nc, 7);
 
   double t0 = omp_get_wtime();
   const factor_setup::Symbolic s = factor_setup::analyse(a, factor_setup::Ordering::kMetis, width);
@@ -49,6 +42,7 @@ int main(int argc, char **argv) {
   std::vector<double> lnz;
   factor_setup::Records rec = factor_setup::records(s, a, &lnz);
   for (int iparm21 : {0, 1}) {
+    if (mode == 1 - iparm21) continue;
     double best = 1e300;
     vm::FactorScalars sc;
     for (int r = 0; r < runs; ++r) {

@@ -188,37 +188,11 @@ Matrix elasticity(int m) {
   return k;
 }
 
-// [[H, J^T], [J, 0]], upper triangle: H the 7-point Laplacian of an m^3
-// grid (Dirichlet, SPD), J with `nc` rows, row c coupling a node v_c with
-// its +x neighbour and, every other row, its +y neighbour.  The v_c are
-// distinct and every other node of a row has a larger index, so the columns
-// v_c of J form a triangular block with unit diagonal: J has full rank and
-// the inertia is (m^3, nc, 0).  The zero block has its diagonal stored.
+// The KKT matrix of the tests' generator (local constraints, inertia
+// (m^3, nc, 0)).
 Matrix kkt(int m, int nc, unsigned seed) {
-  const int nh = m * m * m;
-  auto id = [=](int x, int y, int z) { return x + m * (y + m * z); };
-  Entries e;
-  std::vector<int> first;
-  for (int z = 0; z < m; ++z)
-    for (int y = 0; y < m; ++y)
-      for (int x = 0; x < m; ++x) {
-        const int i = id(x, y, z);
-        e.push_back({{i, i}, 6.0});
-        if (x + 1 < m) e.push_back({{i, id(x + 1, y, z)}, -1.0});
-        if (y + 1 < m) e.push_back({{i, id(x, y + 1, z)}, -1.0});
-        if (z + 1 < m) e.push_back({{i, id(x, y, z + 1)}, -1.0});
-        if (x + 1 < m && y + 1 < m) first.push_back(i);
-      }
-  std::shuffle(first.begin(), first.end(), std::mt19937(seed));
-  for (int c = 0; c < nc; ++c) {
-    const int v = first[c], row = nh + c;
-    e.push_back({{v, row}, 1.0});
-    e.push_back({{v + 1, row}, -0.5});
-    if (c % 2 == 0) e.push_back({{v + m, row}, 0.25});
-    e.push_back({{row, row}, 0.0});
-  }
   return from_csr("KKT " + std::to_string(m) + "^3+" + std::to_string(nc),
-                  testmat::from_entries(nh + nc, e, true), false);
+                  testmat::kkt_local(m, nc, seed), false);
 }
 
 // Upwind convection-diffusion of an m^3 grid (cell Peclet 3, 1.5, 0.75),

@@ -384,6 +384,10 @@ Ldl factor(const testmat::Csr &a, Ordering o, int width, int iparm21, double eps
   r.s = factor_setup::analyse(a, o, width, 0, tasks);
   EXPECT_EQ(r.s.status, 0);
   r.rec = factor_setup::records(r.s, a, &r.lnz);
+  if (tmpsiz > static_cast<std::int64_t>(r.rec.temp.size())) {
+    r.rec.temp.assign(static_cast<size_t>(tmpsiz), 0.0);
+    r.rec.work.temp = r.rec.temp.data();
+  }
   if (tmpsiz >= 0) r.rec.work.tmpsiz = tmpsiz;
   r.sc.eps = eps;
   r.sc.pivot_mode = iparm21 == 0 ? -1 : 0;
@@ -550,6 +554,34 @@ TEST(Ldl, UpdatesSplitAlongLongRuns) {
     if (r.sc.perturbed > 0) refine(a, r, b, &x, 3);
     EXPECT_LT(backward_error(a, x, b), 1e-14);
   }
+}
+
+// An update applied at the first piece of a supernode split by the width
+// reaches the pieces after it; when temp cannot hold the whole reach it
+// stops short (never short of the target's own columns) and the
+// descendant waits on the chain of the piece it stopped in.  Inertia and
+// backward error with the temp of the analysis (sized for one piece at a
+// time: some reaches are cut) and with a temp large enough for all.
+TEST(Ldl, UpdatesReachThePiecesOfASplitSupernode) {
+  const testmat::Csr a = kkt3d(8, 5);
+  const auto eig = inertia(dense_of(a), a.n);
+  const std::int64_t full = factor_setup::analyse(a, Ordering::kMetis, 4).tmpsiz;
+  for (int iparm21 : {0, 1})
+    for (std::int64_t tmpsiz : {full, 100 * full}) {
+      SCOPED_TRACE(testing::Message() << "iparm21 " << iparm21 << " tmpsiz " << tmpsiz);
+      vm::UpdateKernelCounts counts;
+      vm::set_ldl_update_kernel_counts(&counts);
+      Ldl r = factor(a, Ordering::kMetis, 4, iparm21, 1e-8, 1, tmpsiz);
+      vm::set_ldl_update_kernel_counts(nullptr);
+      ASSERT_EQ(r.sc.iflag, 0);
+      EXPECT_GT(counts.reach, 0);
+      EXPECT_EQ(counts.cut > 0, tmpsiz == full);
+      expect_inertia(eig, r.sc.npos, r.sc.nneg, a.n);
+      const vector<double> b = random_vector(static_cast<size_t>(a.n), 6);
+      vector<double> x = solve(r, b, 1);
+      if (r.sc.perturbed > 0) refine(a, r, b, &x, 3);
+      EXPECT_LT(backward_error(a, x, b), 1e-14);
+    }
 }
 
 TEST(Ldl, BufferTooSmall) {

@@ -44,6 +44,8 @@ struct UpdateKernelCounts {
   std::int64_t direct = 0;      // contiguous tail: gemm into the panel
   std::int64_t skipped = 0;     // descendant in the Schur block
   std::int64_t split = 0;       // buffered, with blocks of long runs straight into the panel
+  std::int64_t reach = 0;       // applied to panels after the target's as well
+  std::int64_t cut = 0;         // ... fewer of them than it might: temp too small
 };
 void set_update_kernel_counts(UpdateKernelCounts *counts);
 

@@ -3,7 +3,8 @@
 // its descendants, which wait on linked chains.
 //
 // Chains: link (n entries, by first column) holds, for the first column of
-// each supernode, the first column of the next descendant waiting on it;
+// each supernode, the first column of the next descendant waiting on it
+// (0 ends a chain);
 // length (nsuper) holds how many tail rows of a descendant are still to
 // be applied.  A descendant whose tail reaches further moves on to the
 // chain of the supernode of its next row.
@@ -29,16 +30,21 @@ inline void push_on_chain(int *link, int tfirst, int jfirst) {
 // left_looking: for each supernode ksup in order,
 //   1. k = make(ksup), the family's target record (first, last, ncols,
 //      len, panel and what else the family needs);
-//   2. its panel is prepared (entries of A scattered in, conjugated where
+//   2. its panel is filled from A (entries scattered in, conjugated where
 //      they land transposed when `hermitian`, the scaling's share of the
-//      determinant taken off *logdet);
+//      determinant taken off *logdet) - together with the panels of the
+//      supernodes that continue its column chain, when ksup starts one, so
+//      that a family may apply an update to several panels of a chain at
+//      once - and indmap is set from its row list;
 //   3. each descendant jsup on its chain is applied by
 //      update(k, jsup, L) -> m, L the tail rows still to apply, m those of
-//      them that are columns of k; update sets sc.iflag to stop;
+//      them that were applied (columns of k, or of the supernodes after k
+//      on its chain); update sets sc.iflag to stop;
 //   4. unless k lies beyond the first Schur column, factor(k) -> 0, or the
 //      iflag to stop with;
 //   5. k goes on the chain of its first row below its columns.
-// link, length and temp are cleared on entry.
+// A descendant whose tail reaches beyond what it applied moves on to the
+// chain of its next row.  link, length and temp are cleared on entry.
 template <class T, class Make, class Update, class Factor>
 void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                   FactorScalars &sc, bool hermitian, double *logdet, Make make, Update update,
@@ -50,14 +56,19 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &
   parallel_fill(length, f.nsuper, 0);
   parallel_fill(work.temp, work.tmpsiz, T(0));
 
+  int filled = 0;  // the last supernode whose panel holds its entries of A
   for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
     auto k = make(ksup);
-    prepare_panel(ksup, f, in, work.indmap, hermitian, logdet);
+    if (ksup > filled) {
+      filled = ksup;
+      while (continues(f, filled)) ++filled;
+      for (int s = ksup; s <= filled; ++s) fill_panel(s, f, in, hermitian, logdet);
+    }
+    set_panel_indmap(ksup, f, work.indmap);
 
-    const int nmod = work.nmod[ksup - 1];
-    for (int u = 0; u < nmod; ++u) {
+    // Every supernode before ksup is done, so its chain is complete.
+    while (link[k.first - 1] != 0) {
       const int jfirst = link[k.first - 1];
-      assert(jfirst > 0 && "update chain shorter than nmod");
       link[k.first - 1] = link[jfirst - 1];
       const int jsup = f.snode[jfirst - 1];
       const int L = length[jsup - 1];

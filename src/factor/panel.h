@@ -61,19 +61,18 @@ void scatter_columns(int n, int first, int last, const ScatterMap &map, const Ma
   }
 }
 
-// prepare_panel: the panel of supernode ksup (one-based) before any update.
+// fill_panel: the panel of supernode ksup (one-based) before any update.
 //  1. lnz of the panel (and on LU types, f.unz not null, the unz part of
 //     its columns) is cleared;
 //  2. the entries of in.lmap (and in.umap on LU types) for its columns are
 //     copied in, scaled when in.scaling_on;
 //  3. with scale_logdet not null and scaling on, log(s_r(j) s_c(j)) of each
 //     column j is taken off *scale_logdet, the scaling's share of the
-//     determinant, before any pivot of the supernode is taken;
-//  4. indmap is set from the supernode's row list.
+//     determinant, before any pivot of the supernode is taken.
 // hermitian: entries landing transposed are conjugated.
 template <class T>
-void prepare_panel(int ksup, const FactorView<T> &f, const MatrixInput &in, int *indmap,
-                   bool hermitian, double *scale_logdet) {
+void fill_panel(int ksup, const FactorView<T> &f, const MatrixInput &in, bool hermitian,
+                double *scale_logdet) {
   const int first = f.xsuper[ksup - 1];
   const int last = f.xsuper[ksup] - 1;
   const std::int64_t lbeg = f.xlnz[first - 1];
@@ -90,8 +89,27 @@ void prepare_panel(int ksup, const FactorView<T> &f, const MatrixInput &in, int 
       *scale_logdet -= std::log(in.scale[o - 1] * in.scale[f.n + o - 1]);
     }
   }
+}
+
+// The position map of supernode ksup's row list.
+template <class T>
+void set_panel_indmap(int ksup, const FactorView<T> &f, int *indmap) {
   const std::int64_t rbeg = f.xlindx[ksup - 1];
   set_indmap(f.lindx + (rbeg - 1), static_cast<int>(f.xlindx[ksup] - rbeg), indmap);
+}
+
+// Whether supernode s + 1 (one-based) continues the column chain of s: a
+// fundamental supernode split by the panel width.  Then the rows of s
+// below its columns are exactly the row list of s + 1, so the list of s + 1
+// is a tail of the list of s and the position map of s serves both.
+template <class T>
+bool continues(const FactorView<T> &f, int s) {
+  if (s >= f.nsuper) return false;
+  const int ncols = f.xsuper[s] - f.xsuper[s - 1];
+  const std::int64_t len = f.xlindx[s] - f.xlindx[s - 1];
+  const std::int64_t next_len = f.xlindx[s + 1] - f.xlindx[s];
+  return len - ncols == next_len && next_len > 0 &&
+         f.lindx[f.xlindx[s - 1] - 1 + ncols] == f.xsuper[s];
 }
 
 }  // namespace vm

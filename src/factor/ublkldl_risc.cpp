@@ -16,6 +16,7 @@
 //  - the diagonal block is factored by a pivoting kernel that perturbs
 //    small pivots and counts inertia, and the pivots stay inside the block,
 //    so the symbolic structure never changes.
+#include <algorithm>
 #include <cassert>
 #include <cstdint>
 #include <cstdlib>
@@ -46,7 +47,45 @@ struct Target {
   int len = 0;  // rows of its list and leading dimension of its panel
   T *panel = nullptr;
   int *pivot = nullptr;  // its block-relative exchanges
+  int reach = 0;         // last column an update applied at this target covers
 };
+
+// An update applied at a target covers the target's columns and those of
+// the supernodes after it on its column chain (the pieces of a wide
+// supernode split by the panel width), up to kReachCols columns in all:
+// one product of that width instead of one per piece, and the
+// descendant's tail read once for them.
+constexpr int kReachCols = 160;
+
+template <class T>
+int reach_of(const FactorView<T> &f, int ksup) {
+  const int first = f.xsuper[ksup - 1];
+  int reach = f.xsuper[ksup] - 1;
+  for (int s = ksup; continues(f, s) && f.xsuper[s + 1] - first <= kReachCols; ++s)
+    reach = f.xsuper[s + 1] - 1;
+  return reach;
+}
+
+// Adds -X W^T for the tail positions [c0, m) as target columns, when the
+// tail rows from c0 on are one contiguous run of the target's list: each
+// panel of the chain that the columns fall in gets its dense block by one
+// product.  W (leading dimension ldw) holds the scaled copy of the first
+// ldw tail rows.
+template <class T, bool kHermitian>
+void contiguous_update(const FactorView<T> &f, int c0, int m, int L, const int *tail, int ncolj,
+                       const T *x, int lenj, const T *w, int ldw) {
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  for (int c = c0; c < m;) {
+    const int col = tail[c];
+    const int s = f.snode[col - 1];
+    const int pfirst = f.xsuper[s - 1];
+    const int e = c + std::min(f.xsuper[s] - col, m - c);
+    const int ld = static_cast<int>(f.xlnz[pfirst] - f.xlnz[pfirst - 1]);
+    T *dst = f.lnz + (f.xlnz[col - 1] - 1) + (col - pfirst);
+    blas::gemm<T>('N', kAdj, L - c, e - c, ncolj, T(-1), x + c, lenj, w + c, ldw, T(1), dst, ld);
+    c = e;
+  }
+}
 
 // W = X D for the first m rows X of a descendant's tail (leading dimension
 // ldx) and its pivots D, read from its diagonal block (leading dimension
@@ -98,25 +137,31 @@ struct BlockRuns {
 };
 
 // Gathers relind(i) = indmap(tail row i) for the L tail rows and records
-// the long runs.
-inline void find_runs(int L, int m, const int *tail, const int *indmap, int *relind,
-                      BlockRuns *runs) {
-  int start = 0;
+// the long runs; a column run also ends where the columns pass from one
+// panel of a chain to the next (snode, by column).
+inline void find_runs(int L, int m, const int *tail, const int *indmap, const int *snode,
+                      int *relind, BlockRuns *runs) {
+  int rstart = 0, cstart = 0;
   for (int i = 0; i <= L; ++i) {
     if (i < L) relind[i] = indmap[tail[i] - 1];
-    if (i > 0 && (i == L || relind[i] != relind[i - 1] - 1)) {
-      if (i - start >= kRunRows && runs->nrows < kMaxRowRuns) {
-        runs->rows[runs->nrows][0] = start;
+    if (i == 0) continue;
+    const bool gap = i == L || relind[i] != relind[i - 1] - 1;
+    if (gap) {
+      if (i - rstart >= kRunRows && runs->nrows < kMaxRowRuns) {
+        runs->rows[runs->nrows][0] = rstart;
         runs->rows[runs->nrows][1] = i;
         ++runs->nrows;
       }
+      rstart = i;
+    }
+    if (cstart < m && (gap || i >= m || snode[tail[i] - 1] != snode[tail[i - 1] - 1])) {
       const int cend = i < m ? i : m;
-      if (start < m && cend - start >= kRunCols && runs->ncols < kMaxColRuns) {
-        runs->cols[runs->ncols][0] = start;
+      if (cend - cstart >= kRunCols && runs->ncols < kMaxColRuns) {
+        runs->cols[runs->ncols][0] = cstart;
         runs->cols[runs->ncols][1] = cend;
         ++runs->ncols;
       }
-      start = i;
+      cstart = i;
     }
   }
 }
@@ -172,7 +217,9 @@ void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int 
       buffered_part<T, kHermitian>(f, k, c0, L, c0, cshort, ncolj, x, lenj, wc, m, relind, temp);
     if (g == runs.ncols) break;
     const int gs = runs.cols[g][0], ge = runs.cols[g][1];
-    const int col = k.len - 1 - relind[gs];  // the run's first column in the panel
+    const int col = k.first + k.len - 1 - relind[gs];   // the run's first column
+    const int pfirst = f.xsuper[f.snode[col - 1] - 1];  // and its panel
+    const int ld = static_cast<int>(f.xlnz[pfirst] - f.xlnz[pfirst - 1]);
     int r = gs;
     for (int q = 0; q < runs.nrows; ++q) {
       if (runs.rows[q][1] <= gs) continue;
@@ -180,9 +227,8 @@ void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int 
       const int b = runs.rows[q][1];
       if (a > r)
         buffered_part<T, kHermitian>(f, k, r, a, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
-      T *c = k.panel + (k.len - 1 - relind[a]) + static_cast<std::int64_t>(col) * k.len;
-      blas::gemm<T>('N', kAdj, b - a, ge - gs, ncolj, T(-1), x + a, lenj, wc + gs, m, T(1), c,
-                    k.len);
+      T *c = f.lnz + (f.xlnz[col - 1] - 1) + (ld - 1 - relind[a]);
+      blas::gemm<T>('N', kAdj, b - a, ge - gs, ncolj, T(-1), x + a, lenj, wc + gs, m, T(1), c, ld);
       r = b;
     }
     if (r < L)
@@ -192,13 +238,14 @@ void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int 
 }
 
 // Applies the update of descendant jsup through the L rows of its tail to
-// the target.  Returns m, the rows of the tail that are columns of the
-// target; sets *iflag to -2 when temp cannot hold the scaled copy (and the
+// the target and the panels after it up to k.reach.  Returns m, the rows of
+// the tail that were applied as columns: all those up to k.reach, fewer
+// when temp cannot hold them, but never fewer than the target's own.  Sets
+// *iflag to -2 when temp cannot hold the scaled copy of those (and the
 // result block on the buffered path).
 template <class T, bool kHermitian>
 int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, int first_schur,
                  bool diagonal_mode, FactorWork<T> &w, int *iflag) {
-  constexpr char kAdj = kHermitian ? 'C' : 'T';
   const int jfirst = f.xsuper[jsup - 1];
   const int jlast = f.xsuper[jsup] - 1;
   const int ncolj = jlast - jfirst + 1;
@@ -208,70 +255,67 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
   const T *x = blk + (lenj - L);
   const int *piv = f.pivot + (jfirst - 1);
 
-  int m = 0;
+  // own: the rows that are the target's columns; m: those up to the reach.
+  int own = 0, m = 0;
   if (L == k.len) {
-    m = k.ncols;
+    own = k.ncols;
+    m = k.reach - k.first + 1;
   } else {
-    while (m < L && tail[m] <= k.last) ++m;
+    while (own < L && tail[own] <= k.last) ++own;
+    m = own;
+    while (m < L && tail[m] <= k.reach) ++m;
   }
   if (jlast > first_schur) {  // an unfactored Schur panel updates nothing
     count(&UpdateKernelCounts::skipped);
-    return m;
+    return own;
   }
-  const std::int64_t copy = static_cast<std::int64_t>(m) * ncolj;
-  if (L == k.len) {
-    if (copy > w.tmpsiz) {
+  const int *indmap = w.indmap;
+  const bool gaps = L != k.len && ncolj > 1 && indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L;
+  // Entries of temp per applied row: the scaled copy, and on the buffered
+  // path the result block's row.
+  const std::int64_t per_row = ncolj == 1 ? 1 : gaps ? static_cast<std::int64_t>(L) + ncolj : ncolj;
+  if (static_cast<std::int64_t>(m) * per_row > w.tmpsiz) {
+    m = static_cast<int>(w.tmpsiz / per_row);
+    if (m < own) {
       *iflag = -2;
-      return m;
+      return own;
     }
+    count(&UpdateKernelCounts::cut);
+  }
+  if (m > own) count(&UpdateKernelCounts::reach);
+  if (L == k.len) {
     count(&UpdateKernelCounts::coinciding);
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
-    blas::gemm<T>('N', kAdj, L, k.ncols, ncolj, T(-1), x, lenj, w.temp, m, T(1), k.panel, k.len);
+    contiguous_update<T, kHermitian>(f, 0, m, L, tail, ncolj, x, lenj, w.temp, m);
     return m;
   }
   if (ncolj == 1) {
-    if (m > w.tmpsiz) {
-      *iflag = -2;
-      return m;
-    }
     count(&UpdateKernelCounts::rank1);
     const T d = blk[0];
     for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(x[c]);
-    scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, w.indmap, f.lnz);
+    scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, indmap, f.lnz);
     return m;
   }
-  const int *indmap = w.indmap;
-  if (indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L) {
+  if (gaps) {
     // Gaps in the target's list: the block goes through the buffer, the
     // scaled copy behind it.
-    const std::int64_t block = static_cast<std::int64_t>(L) * m;
-    if (block + copy > w.tmpsiz) {
-      *iflag = -2;
-      return m;
-    }
     count(&UpdateKernelCounts::buffered);
-    T *wc = w.temp + block;
+    T *wc = w.temp + static_cast<std::int64_t>(L) * m;
     scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, wc);
     BlockRuns runs;
-    find_runs(L, m, tail, indmap, w.relind, &runs);
+    find_runs(L, m, tail, indmap, f.snode, w.relind, &runs);
     if (runs.nrows == 0 || runs.ncols == 0) {
       buffered_part<T, kHermitian>(f, k, 0, L, 0, m, ncolj, x, lenj, wc, m, w.relind, w.temp);
     } else {
       count(&UpdateKernelCounts::split);
       split_update<T, kHermitian>(f, k, L, m, ncolj, x, lenj, wc, w.relind, runs, w.temp);
     }
-  } else {
-    // A contiguous run of the target's list: straight into the panel.
-    if (copy > w.tmpsiz) {
-      *iflag = -2;
-      return m;
-    }
-    count(&UpdateKernelCounts::direct);
-    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
-    const int r1 = tail[0];
-    T *c = f.lnz + (f.xlnz[r1 - 1] - 1) + (r1 - k.first);
-    blas::gemm<T>('N', kAdj, L, m, ncolj, T(-1), x, lenj, w.temp, m, T(1), c, k.len);
+    return m;
   }
+  // A contiguous run of the target's list: straight into the panels.
+  count(&UpdateKernelCounts::direct);
+  scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
+  contiguous_update<T, kHermitian>(f, 0, m, L, tail, ncolj, x, lenj, w.temp, m);
   return m;
 }
 
@@ -343,6 +387,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     k.len = static_cast<int>(f.xlnz[k.first] - f.xlnz[k.first - 1]);
     k.panel = f.lnz + (f.xlnz[k.first - 1] - 1);
     k.pivot = f.pivot + (k.first - 1);
+    k.reach = reach_of(f, ksup);
     return k;
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
