@@ -7,7 +7,9 @@
 //
 // Without a section word the sections spd, elast, kkt, lu and real run.
 // Times are medians of `runs` runs (3 by default), each run a fresh
-// analysis, factorization and solve with b all ones.
+// analysis, factorization and solve with b all ones.  The solvers of a
+// matrix take turns, one run each per round, so that a slow spell of the
+// machine falls on all of them.
 //
 //   spd       2D and 3D Laplacians (5-, 7- and 27-point): velmora (mtype 2),
 //             CHOLMOD and MUMPS (sym 1), one METIS ordering given to all.
@@ -740,16 +742,41 @@ void add_row(const std::string &section, const Matrix &m, int threads, const std
 // The three families, each at every thread count.
 
 // Symmetric positive definite: velmora, CHOLMOD, MUMPS, one METIS order.
+// Each solver once per round, `runs` rounds: a slow spell of the shared
+// machine then falls on every solver of a row alike, and the ratios
+// compare runs made side by side.  A result holds the medians of its
+// rounds and what its last run reported; a solver that failed, or whose
+// analysis and factorization took over a minute, is not run again.
+std::vector<Result> in_rounds(int runs, const std::vector<std::function<Result()>> &solvers) {
+  const size_t ns = solvers.size();
+  std::vector<Result> out(ns);
+  std::vector<std::vector<double>> ta(ns), tf(ns), ts(ns);
+  std::vector<bool> done(ns, false);
+  for (int r = 0; r < runs; ++r)
+    for (size_t s = 0; s < ns; ++s) {
+      if (done[s]) continue;
+      out[s] = solvers[s]();
+      if (out[s].runs > 0) {
+        ta[s].push_back(out[s].analyse);
+        tf[s].push_back(out[s].factor);
+        ts[s].push_back(out[s].solve);
+      }
+      done[s] = !out[s].failure.empty() || long_run(ta[s], tf[s]);
+    }
+  for (size_t s = 0; s < ns; ++s) set_times(ta[s], tf[s], ts[s], &out[s]);
+  return out;
+}
+
 void bench_spd(const std::string &section, const Matrix &m, const Options &o) {
   const std::vector<int> order = metis_order(m);
   for (int t : o.threads) {
     set_threads(t);
-    const Result ours = run_velmora(m, 2, &order, o.runs);
-    add_row(section, m, t, "velmora", ours, true, true, nullptr, inertia_of(ours, true));
-    const Result chol = run_cholmod(m, order, o.runs);
-    add_row(section, m, t, "cholmod", chol, false, true, &ours, inertia_of(chol, true));
-    const Result mumps = run_mumps(m, &order, o.runs, 1);
-    add_row(section, m, t, "mumps", mumps, false, true, &ours, "-");
+    const std::vector<Result> r = in_rounds(o.runs, {[&] { return run_velmora(m, 2, &order, 1); },
+                                                     [&] { return run_cholmod(m, order, 1); },
+                                                     [&] { return run_mumps(m, &order, 1, 1); }});
+    add_row(section, m, t, "velmora", r[0], true, true, nullptr, inertia_of(r[0], true));
+    add_row(section, m, t, "cholmod", r[1], false, true, &r[0], inertia_of(r[1], true));
+    add_row(section, m, t, "mumps", r[2], false, true, &r[0], "-");
   }
 }
 
@@ -761,20 +788,23 @@ void bench_indefinite(const std::string &section, const Matrix &m, const Options
   const std::vector<int> order = metis_order(m);
   for (int t : o.threads) {
     set_threads(t);
-    const Result ours = run_velmora(m, -2, &order, o.runs, [](int *iparm) { iparm[20] = 1; });
-    const std::string note = "perturbed " + std::to_string(ours.perturbed) + ", refinement " +
-                             std::to_string(ours.steps) + expected;
-    add_row(section, m, t, "velmora", ours, true, true, nullptr, inertia_of(ours, true), note);
-    const Result matched = run_velmora(m, -2, nullptr, o.runs, [](int *iparm) {
-      iparm[20] = 1;
-      iparm[12] = 1;
-    });
-    add_row(section, m, t, "velmora+match", matched, true, false, nullptr,
-            inertia_of(matched, true),
-            "perturbed " + std::to_string(matched.perturbed) + ", refinement " +
-                std::to_string(matched.steps));
-    const Result mumps = run_mumps(m, &order, o.runs, 2);
-    add_row(section, m, t, "mumps", mumps, false, true, &ours, inertia_of(mumps, false));
+    const std::vector<Result> r = in_rounds(
+        o.runs, {[&] { return run_velmora(m, -2, &order, 1, [](int *iparm) { iparm[20] = 1; }); },
+                 [&] {
+                   return run_velmora(m, -2, nullptr, 1, [](int *iparm) {
+                     iparm[20] = 1;
+                     iparm[12] = 1;
+                   });
+                 },
+                 [&] { return run_mumps(m, &order, 1, 2); }});
+    auto note = [](const Result &v) {
+      return "perturbed " + std::to_string(v.perturbed) + ", refinement " + std::to_string(v.steps);
+    };
+    add_row(section, m, t, "velmora", r[0], true, true, nullptr, inertia_of(r[0], true),
+            note(r[0]) + expected);
+    add_row(section, m, t, "velmora+match", r[1], true, false, nullptr, inertia_of(r[1], true),
+            note(r[1]));
+    add_row(section, m, t, "mumps", r[2], false, true, &r[0], inertia_of(r[2], false));
   }
 }
 
@@ -786,20 +816,23 @@ void bench_general(const std::string &section, const Matrix &m, const Options &o
   const std::vector<int> order = same_order ? metis_order(m) : std::vector<int>();
   for (int t : o.threads) {
     set_threads(t);
-    const Result ours = run_velmora(m, 11, nullptr, o.runs);
+    std::vector<std::function<Result()>> solvers = {
+        [&] { return run_velmora(m, 11, nullptr, 1); }, [&] { return run_umfpack(m, 1); },
+        [&] { return run_superlu(m, nullptr, 1); }, [&] { return run_mumps(m, nullptr, 1, 0); }};
+    if (same_order) {
+      solvers.push_back([&] { return run_velmora(m, 11, &order, 1); });
+      solvers.push_back([&] { return run_superlu(m, &order, 1); });
+    }
+    const std::vector<Result> r = in_rounds(o.runs, solvers);
+    const Result &ours = r[0];
     add_row(section, m, t, "velmora", ours, true, true, nullptr, "-",
             "perturbed " + std::to_string(ours.perturbed) + ", refinement " +
                 std::to_string(ours.steps));
-    if (same_order)
-      add_row(section, m, t, "velmora METIS", run_velmora(m, 11, &order, o.runs), true, false,
-              nullptr, "-");
-    add_row(section, m, t, "umfpack", run_umfpack(m, o.runs), false, true, &ours, "-");
-    add_row(section, m, t, "superlu", run_superlu(m, nullptr, o.runs), false, true, &ours, "-",
-            "COLAMD");
-    if (same_order)
-      add_row(section, m, t, "superlu METIS", run_superlu(m, &order, o.runs), false, false, &ours,
-              "-");
-    add_row(section, m, t, "mumps", run_mumps(m, nullptr, o.runs, 0), false, true, &ours, "-");
+    if (same_order) add_row(section, m, t, "velmora METIS", r[4], true, false, nullptr, "-");
+    add_row(section, m, t, "umfpack", r[1], false, true, &ours, "-");
+    add_row(section, m, t, "superlu", r[2], false, true, &ours, "-", "COLAMD");
+    if (same_order) add_row(section, m, t, "superlu METIS", r[5], false, false, &ours, "-");
+    add_row(section, m, t, "mumps", r[3], false, true, &ours, "-");
   }
 }
 
@@ -1205,7 +1238,8 @@ void write_results(const std::string &dir, const Options &o, const std::string &
       << fmt("%.0f", wall) << " s" << (child ? " (both runs)" : "") << ".\n\n";
   out << "How to read it:\n\n"
          "- Times in seconds, each the median of the runs of a fresh analysis, factorization "
-         "and solve of one right-hand side of ones.  The thread count is the OpenMP team and "
+         "and solve of one right-hand side of ones; the solvers of a row take turns, one run "
+         "each per round.  The thread count is the OpenMP team and "
          "the OpenBLAS team, both set for every solver.\n"
          "- velmora's factorization takes the supernodes one after another on one thread and "
          "holds the math library to one thread while it runs, so its factor times at 2 threads "
