@@ -5,6 +5,10 @@
 // library.
 #include <gtest/gtest.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <xmmintrin.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -125,6 +129,30 @@ TEST(Cholesky, NewValuesReuseTheAnalysis) {
     EXPECT_LT(backward_error(s.m, x, b, 1), 1e-14) << "round " << round;
   }
 }
+
+#if defined(__x86_64__) || defined(__i386__)
+// The factorization flushes subnormal numbers to zero while it runs (the
+// entries of L far from the diagonal of a large 2D grid fall below 1e-308,
+// and arithmetic on them is slow) and hands the caller's floating-point
+// mode back as it found it, flushing off or on.
+TEST(Cholesky, CallersFloatingPointModeSurvives) {
+  const auto m = testmat::grid_laplacian(30, 30, 1, true);
+  const unsigned original = _mm_getcsr();
+  constexpr unsigned kFlush = 0x8040u, kFlags = 0x3Fu;
+  for (unsigned mode : {original & ~kFlush, original | kFlush}) {
+    _mm_setcsr(mode);
+    Spd s(m);
+    auto b = random_rhs(m.n, 1, 4);
+    std::vector<double> x(b.size());
+    const int error = s.call(13, b.data(), x.data());
+    const unsigned after = _mm_getcsr();
+    _mm_setcsr(original);
+    ASSERT_EQ(error, 0);
+    EXPECT_EQ(after & ~kFlags, mode & ~kFlags) << std::hex << mode;
+    EXPECT_LT(backward_error(s.m, x, b, 1), 1e-14);
+  }
+}
+#endif
 
 TEST(Cholesky, IndefiniteMatrixIsRefused) {
   auto m = testmat::grid_laplacian(8, 8, 1, true);

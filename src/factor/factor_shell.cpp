@@ -13,6 +13,7 @@
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
 #include "factor/blklu.h"
+#include "factor/fp_mode.h"
 #include "factor/scalar_traits.h"
 #include "interface/control.h"
 
@@ -136,6 +137,7 @@ void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
 // set kFactorNotAvailable.
 void run_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
                 FactorWork<void> &work, FactorScalars *sc) {
+  const SubnormalsFlushed flushed;
   switch (member) {
     case FactorMember::kNone:
       return;
