@@ -559,7 +559,9 @@ TEST(Ldl, UpdatesSplitAlongLongRuns) {
 // An update applied at the first piece of a supernode split by the width
 // reaches the pieces after it; when temp cannot hold the whole reach it
 // stops short (never short of the target's own columns) and the
-// descendant waits on the chain of the piece it stopped in.  Inertia and
+// descendant waits on the chain of the piece it stopped in.  Beyond a
+// split supernode its pieces travel together and sum their products in
+// temp before one scatter.  Inertia and
 // backward error with the temp of the analysis (sized for one piece at a
 // time: some reaches are cut) and with a temp large enough for all.
 TEST(Ldl, UpdatesReachThePiecesOfASplitSupernode) {
@@ -575,6 +577,7 @@ TEST(Ldl, UpdatesReachThePiecesOfASplitSupernode) {
       vm::set_ldl_update_kernel_counts(nullptr);
       ASSERT_EQ(r.sc.iflag, 0);
       EXPECT_GT(counts.reach, 0);
+      EXPECT_GT(counts.pieces, 0);
       EXPECT_EQ(counts.cut > 0, tmpsiz == full);
       expect_inertia(eig, r.sc.npos, r.sc.nneg, a.n);
       const vector<double> b = random_vector(static_cast<size_t>(a.n), 6);

@@ -46,6 +46,7 @@ struct UpdateKernelCounts {
   std::int64_t split = 0;       // buffered, with blocks of long runs straight into the panel
   std::int64_t reach = 0;       // applied to panels after the target's as well
   std::int64_t cut = 0;         // ... fewer of them than it might: temp too small
+  std::int64_t pieces = 0;      // pieces of a split supernode applied together
 };
 void set_update_kernel_counts(UpdateKernelCounts *counts);
 

@@ -44,11 +44,16 @@ inline void push_on_chain(int *link, int tfirst, int jfirst) {
 //      iflag to stop with;
 //   5. k goes on the chain of its first row below its columns.
 // A descendant whose tail reaches beyond what it applied moves on to the
-// chain of its next row.  link, length and temp are cleared on entry.
+// chain of its next row.  With `pieces`, a piece of a supernode split by
+// the panel width whose next row lies beyond the split supernode waits
+// instead, unless it is the last piece: from there on the pieces share
+// their tail, the last piece alone travels the chains, and update applies
+// the pieces before it along with it.  link, length and temp are cleared
+// on entry.
 template <class T, class Make, class Update, class Factor>
 void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
-                  FactorScalars &sc, bool hermitian, double *logdet, Make make, Update update,
-                  Factor factor) {
+                  FactorScalars &sc, bool hermitian, bool pieces, double *logdet, Make make,
+                  Update update, Factor factor) {
   const int first_schur = f.n - f.nschur;
   int *link = work.link;
   int *length = work.length;
@@ -77,6 +82,11 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &
       length[jsup - 1] = L - m;
       if (L > m) {
         const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
+        if (pieces && continues(f, jsup)) {
+          int last = jsup + 1;  // the last piece
+          while (continues(f, last)) ++last;
+          if (next_row >= f.xsuper[last]) continue;  // beyond the split supernode: waits
+        }
         push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
       }
     }

@@ -136,7 +136,7 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
     return apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
   };
   auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
-  left_looking(f, in, work, sc, kHermitian, logdet, make, update, factor);
+  left_looking(f, in, work, sc, kHermitian, false, logdet, make, update, factor);
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;
   return schur;

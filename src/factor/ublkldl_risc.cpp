@@ -13,6 +13,11 @@
 //    blocks that are dense in the target panel are written there directly.
 //    Products into temp overwrite it (beta 0), so temp is not kept zero
 //    between updates; it is cleared once at the end.
+//  - an update applied at the first piece of a supernode split by the
+//    panel width covers the pieces after it too, and beyond a split
+//    supernode its pieces, which then share their tail, are applied
+//    together: their products through temp are summed there and scattered
+//    once.
 //  - the diagonal block is factored by a pivoting kernel that perturbs
 //    small pivots and counts inertia, and the pivots stay inside the block,
 //    so the symbolic structure never changes.
@@ -166,23 +171,51 @@ inline void find_runs(int L, int m, const int *tail, const int *indmap, const in
   }
 }
 
-// The part of an update with tail rows [r0, r1) and target columns (tail
-// rows) [c0, c1) through temp: its product (over whatever temp held), then
-// the entries on and below the target's diagonal added to the panel, two
-// columns to a pass over the rows.
-template <class T, bool kHermitian>
-void buffered_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, int c0, int c1,
-                   int ncolj, const T *x, int lenj, const T *wc, int m, const int *relind,
-                   T *temp) {
-  constexpr char kAdj = kHermitian ? 'C' : 'T';
+// The parts of a buffered update, split along the long runs: for each long
+// column run, its blocks with long row runs go straight into the panel
+// (direct(a, b, gs, ge): tail rows [a, b), target columns [gs, ge)), the
+// rows between them through temp (buffered(r0, r1, c0, c1)); the columns
+// outside long runs through temp for all rows from their first.  Without
+// long row runs the whole block goes through temp.
+template <class Buffered, class Direct>
+void for_each_part(int L, int m, const BlockRuns &runs, Buffered buffered, Direct direct) {
+  if (runs.nrows == 0 || runs.ncols == 0) {
+    buffered(0, L, 0, m);
+    return;
+  }
+  int c0 = 0;
+  for (int g = 0; g <= runs.ncols; ++g) {
+    const int cshort = g < runs.ncols ? runs.cols[g][0] : m;
+    if (cshort > c0) buffered(c0, L, c0, cshort);
+    if (g == runs.ncols) break;
+    const int gs = runs.cols[g][0], ge = runs.cols[g][1];
+    int r = gs;
+    for (int q = 0; q < runs.nrows; ++q) {
+      if (runs.rows[q][1] <= gs) continue;
+      const int a = runs.rows[q][0] > gs ? runs.rows[q][0] : gs;
+      const int b = runs.rows[q][1];
+      if (a > r) buffered(r, a, gs, ge);
+      direct(a, b, gs, ge);
+      r = b;
+    }
+    if (r < L) buffered(r, L, gs, ge);
+    c0 = ge;
+  }
+}
+
+// Adds a part held in temp (tail rows [r0, r1), target columns [c0, c1),
+// leading dimension r1 - r0) to the panels: the entries on and below each
+// target column's diagonal, two columns to a pass over the rows.
+template <class T>
+void scatter_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, int c0, int c1,
+                  const int *relind, const T *part) {
   const int nr = r1 - r0, nc = c1 - c0;
-  blas::gemm<T>('N', kAdj, nr, nc, ncolj, T(-1), x + r0, lenj, wc + c0, m, T(0), temp, nr);
   auto column_end = [&](int c) { return f.lnz + (f.xlnz[k.first + k.len - relind[c] - 1] - 2); };
   int j = 0;
   for (; j + 1 < nc; j += 2) {
     const int c = c0 + j;
     T *end0 = column_end(c), *end1 = column_end(c + 1);
-    const T *t0 = temp + static_cast<std::int64_t>(j) * nr - r0;
+    const T *t0 = part + static_cast<std::int64_t>(j) * nr - r0;
     const T *t1 = t0 + nr;
     int i = c + 1 > r0 ? c + 1 : r0;
     if (c >= r0) end0[-relind[c]] += t0[c];  // the row on column c's diagonal
@@ -195,65 +228,103 @@ void buffered_part(const FactorView<T> &f, const Target<T> &k, int r0, int r1, i
   if (j < nc) {
     const int c = c0 + j;
     T *end = column_end(c);
-    const T *t = temp + static_cast<std::int64_t>(j) * nr - r0;
+    const T *t = part + static_cast<std::int64_t>(j) * nr - r0;
     for (int i = c > r0 ? c : r0; i < r1; ++i) end[-relind[i]] += t[i];
   }
 }
 
-// A buffered update split along the long runs: for each long column run,
-// its blocks with long row runs go straight into the panel (the square on
-// the target's diagonal whole: the strict upper triangle of a diagonal
-// block holds nothing of use at this point), the rows between them
-// through temp; the columns outside long runs through temp for all rows
-// from their first.
+// One piece of a descendant: a supernode, or one of the pieces of a
+// supernode split by the panel width, which share the rows below the
+// split supernode and so every tail from there on.
+template <class T>
+struct Piece {
+  int ncolj = 0;
+  int lenj = 0;
+  const T *blk = nullptr;  // its diagonal block (leading dimension lenj)
+  const T *x = nullptr;    // its first tail row (leading dimension lenj)
+  const int *piv = nullptr;
+};
+
+template <class T>
+Piece<T> piece_of(const FactorView<T> &f, int s, int L) {
+  Piece<T> p;
+  const int first = f.xsuper[s - 1];
+  p.ncolj = f.xsuper[s] - first;
+  p.lenj = static_cast<int>(f.xlindx[s] - f.xlindx[s - 1]);
+  p.blk = f.lnz + (f.xlnz[first - 1] - 1);
+  p.x = p.blk + (p.lenj - L);
+  p.piv = f.pivot + (first - 1);
+  return p;
+}
+
+// The update of the pieces [s0, s1] through their common tail of L rows
+// with gaps in the target's list: the parts through temp get the products
+// of every piece summed there (the first overwrites what temp held) and go
+// to the panels once; the direct parts take each piece's product in turn.
+// temp holds the parts one after another, then the scaled copy of the
+// piece at hand (offset L m).
 template <class T, bool kHermitian>
-void split_update(const FactorView<T> &f, const Target<T> &k, int L, int m, int ncolj, const T *x,
-                  int lenj, const T *wc, const int *relind, const BlockRuns &runs, T *temp) {
+void buffered_update(const FactorView<T> &f, const Target<T> &k, int s0, int s1, int L, int m,
+                     int first_schur, bool diagonal_mode, const int *relind, const BlockRuns &runs,
+                     T *temp) {
   constexpr char kAdj = kHermitian ? 'C' : 'T';
-  int c0 = 0;
-  for (int g = 0; g <= runs.ncols; ++g) {
-    const int cshort = g < runs.ncols ? runs.cols[g][0] : m;
-    if (cshort > c0)
-      buffered_part<T, kHermitian>(f, k, c0, L, c0, cshort, ncolj, x, lenj, wc, m, relind, temp);
-    if (g == runs.ncols) break;
-    const int gs = runs.cols[g][0], ge = runs.cols[g][1];
-    const int col = k.first + k.len - 1 - relind[gs];   // the run's first column
-    const int pfirst = f.xsuper[f.snode[col - 1] - 1];  // and its panel
-    const int ld = static_cast<int>(f.xlnz[pfirst] - f.xlnz[pfirst - 1]);
-    int r = gs;
-    for (int q = 0; q < runs.nrows; ++q) {
-      if (runs.rows[q][1] <= gs) continue;
-      const int a = runs.rows[q][0] > gs ? runs.rows[q][0] : gs;
-      const int b = runs.rows[q][1];
-      if (a > r)
-        buffered_part<T, kHermitian>(f, k, r, a, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
-      T *c = f.lnz + (f.xlnz[col - 1] - 1) + (ld - 1 - relind[a]);
-      blas::gemm<T>('N', kAdj, b - a, ge - gs, ncolj, T(-1), x + a, lenj, wc + gs, m, T(1), c, ld);
-      r = b;
-    }
-    if (r < L)
-      buffered_part<T, kHermitian>(f, k, r, L, gs, ge, ncolj, x, lenj, wc, m, relind, temp);
-    c0 = ge;
+  T *wc = temp + static_cast<std::int64_t>(L) * m;
+  bool first = true;
+  for (int s = s0; s <= s1; ++s) {
+    if (f.xsuper[s] - 1 > first_schur) continue;  // an unfactored Schur panel
+    const Piece<T> p = piece_of(f, s, L);
+    scaled_copy<T, kHermitian>(m, p.ncolj, p.x, p.lenj, p.blk, p.piv, diagonal_mode, wc);
+    const T beta = first ? T(0) : T(1);
+    std::int64_t off = 0;
+    for_each_part(
+        L, m, runs,
+        [&](int r0, int r1, int c0, int c1) {
+          const int nr = r1 - r0;
+          blas::gemm<T>('N', kAdj, nr, c1 - c0, p.ncolj, T(-1), p.x + r0, p.lenj, wc + c0, m, beta,
+                        temp + off, nr);
+          off += static_cast<std::int64_t>(nr) * (c1 - c0);
+        },
+        [&](int a, int b, int gs, int ge) {
+          const int col = k.first + k.len - 1 - relind[gs];   // the run's first column
+          const int pfirst = f.xsuper[f.snode[col - 1] - 1];  // and its panel
+          const int ld = static_cast<int>(f.xlnz[pfirst] - f.xlnz[pfirst - 1]);
+          T *c = f.lnz + (f.xlnz[col - 1] - 1) + (ld - 1 - relind[a]);
+          blas::gemm<T>('N', kAdj, b - a, ge - gs, p.ncolj, T(-1), p.x + a, p.lenj, wc + gs, m,
+                        T(1), c, ld);
+        });
+    first = false;
   }
+  if (first) return;
+  std::int64_t off = 0;
+  for_each_part(
+      L, m, runs,
+      [&](int r0, int r1, int c0, int c1) {
+        scatter_part(f, k, r0, r1, c0, c1, relind, temp + off);
+        off += static_cast<std::int64_t>(r1 - r0) * (c1 - c0);
+      },
+      [](int, int, int, int) {});
 }
 
 // Applies the update of descendant jsup through the L rows of its tail to
-// the target and the panels after it up to k.reach.  Returns m, the rows of
-// the tail that were applied as columns: all those up to k.reach, fewer
-// when temp cannot hold them, but never fewer than the target's own.  Sets
-// *iflag to -2 when temp cannot hold the scaled copy of those (and the
-// result block on the buffered path).
+// the target and the panels after it up to k.reach.  When jsup is the last
+// piece of a supernode split by the panel width, the pieces before it
+// come along: they share its tail and wait for it (see ldl_loop).  Returns
+// m, the rows of the tail that were applied as columns: all those up to
+// k.reach, fewer when temp cannot hold them, but never fewer than the
+// target's own.  Sets *iflag to -2 when temp cannot hold the scaled copy
+// of those (and the result block on the buffered path).
 template <class T, bool kHermitian>
 int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, int first_schur,
                  bool diagonal_mode, FactorWork<T> &w, int *iflag) {
-  const int jfirst = f.xsuper[jsup - 1];
-  const int jlast = f.xsuper[jsup] - 1;
-  const int ncolj = jlast - jfirst + 1;
-  const int lenj = static_cast<int>(f.xlindx[jsup] - f.xlindx[jsup - 1]);
+  // The pieces that come along: only the last piece travels beyond its
+  // split supernode; an earlier one is still applying its own update to
+  // the pieces after it.
+  int s0 = jsup;
+  if (!continues(f, jsup))
+    while (s0 > 1 && continues(f, s0 - 1)) --s0;
+  int ncolj = 0;  // the widest piece
+  for (int s = s0; s <= jsup; ++s) ncolj = std::max(ncolj, f.xsuper[s] - f.xsuper[s - 1]);
   const int *tail = f.lindx + (f.xlindx[jsup] - 1 - L);
-  const T *blk = f.lnz + (f.xlnz[jfirst - 1] - 1);
-  const T *x = blk + (lenj - L);
-  const int *piv = f.pivot + (jfirst - 1);
 
   // own: the rows that are the target's columns; m: those up to the reach.
   int own = 0, m = 0;
@@ -265,15 +336,16 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     m = own;
     while (m < L && tail[m] <= k.reach) ++m;
   }
-  if (jlast > first_schur) {  // an unfactored Schur panel updates nothing
+  if (f.xsuper[s0] - 1 > first_schur) {  // unfactored Schur panels update nothing
     count(&UpdateKernelCounts::skipped);
     return own;
   }
   const int *indmap = w.indmap;
-  const bool gaps = L != k.len && ncolj > 1 && indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L;
+  const bool gaps = L != k.len && indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L;
+  const bool rank1 = s0 == jsup && ncolj == 1;
   // Entries of temp per applied row: the scaled copy, and on the buffered
   // path the result block's row.
-  const std::int64_t per_row = ncolj == 1 ? 1 : gaps ? static_cast<std::int64_t>(L) + ncolj : ncolj;
+  const std::int64_t per_row = rank1 ? 1 : gaps ? static_cast<std::int64_t>(L) + ncolj : ncolj;
   if (static_cast<std::int64_t>(m) * per_row > w.tmpsiz) {
     m = static_cast<int>(w.tmpsiz / per_row);
     if (m < own) {
@@ -283,39 +355,34 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::cut);
   }
   if (m > own) count(&UpdateKernelCounts::reach);
-  if (L == k.len) {
-    count(&UpdateKernelCounts::coinciding);
-    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
-    contiguous_update<T, kHermitian>(f, 0, m, L, tail, ncolj, x, lenj, w.temp, m);
-    return m;
-  }
-  if (ncolj == 1) {
+  if (s0 < jsup) count(&UpdateKernelCounts::pieces);
+  if (rank1) {
     count(&UpdateKernelCounts::rank1);
-    const T d = blk[0];
-    for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(x[c]);
-    scatter_rank1<true>(m, L, x, w.temp, tail, f.xlnz, indmap, f.lnz);
+    const Piece<T> p = piece_of(f, jsup, L);
+    const T d = p.blk[0];
+    for (int c = 0; c < m; ++c) w.temp[c] = d * conj_if<kHermitian>(p.x[c]);
+    scatter_rank1<true>(m, L, p.x, w.temp, tail, f.xlnz, indmap, f.lnz);
     return m;
   }
   if (gaps) {
-    // Gaps in the target's list: the block goes through the buffer, the
-    // scaled copy behind it.
+    // Gaps in the target's list: through the buffer, the long runs apart.
     count(&UpdateKernelCounts::buffered);
-    T *wc = w.temp + static_cast<std::int64_t>(L) * m;
-    scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, wc);
     BlockRuns runs;
     find_runs(L, m, tail, indmap, f.snode, w.relind, &runs);
-    if (runs.nrows == 0 || runs.ncols == 0) {
-      buffered_part<T, kHermitian>(f, k, 0, L, 0, m, ncolj, x, lenj, wc, m, w.relind, w.temp);
-    } else {
-      count(&UpdateKernelCounts::split);
-      split_update<T, kHermitian>(f, k, L, m, ncolj, x, lenj, wc, w.relind, runs, w.temp);
-    }
+    if (runs.nrows > 0 && runs.ncols > 0) count(&UpdateKernelCounts::split);
+    buffered_update<T, kHermitian>(f, k, s0, jsup, L, m, first_schur, diagonal_mode, w.relind, runs,
+                                   w.temp);
     return m;
   }
-  // A contiguous run of the target's list: straight into the panels.
-  count(&UpdateKernelCounts::direct);
-  scaled_copy<T, kHermitian>(m, ncolj, x, lenj, blk, piv, diagonal_mode, w.temp);
-  contiguous_update<T, kHermitian>(f, 0, m, L, tail, ncolj, x, lenj, w.temp, m);
+  // The tail is the target's list (coinciding) or a contiguous run of it:
+  // straight into the panels, piece by piece.
+  count(L == k.len ? &UpdateKernelCounts::coinciding : &UpdateKernelCounts::direct);
+  for (int s = s0; s <= jsup; ++s) {
+    if (f.xsuper[s] - 1 > first_schur) continue;
+    const Piece<T> p = piece_of(f, s, L);
+    scaled_copy<T, kHermitian>(m, p.ncolj, p.x, p.lenj, p.blk, p.piv, diagonal_mode, w.temp);
+    contiguous_update<T, kHermitian>(f, 0, m, L, tail, p.ncolj, p.x, p.lenj, w.temp, m);
+  }
   return m;
 }
 
@@ -399,7 +466,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
                                            k, sc, logdet, work.temp, work.tmpsiz, work.relind);
     return status == 0 ? 0 : status == -2 ? -2 : -1;
   };
-  left_looking(f, in, work, sc, kHermitian, logdet, make, update, factor);
+  left_looking(f, in, work, sc, kHermitian, true, logdet, make, update, factor);
 
   // The products write temp over whatever it held; it is left zero for
   // the next user.

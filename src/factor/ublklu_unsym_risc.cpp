@@ -181,7 +181,7 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
                ? 0
                : -1;
   };
-  left_looking(f, in, work, sc, false, logdet, make, update, factor);
+  left_looking(f, in, work, sc, false, false, logdet, make, update, factor);
 
   // Entries of the Schur block: the square block and the L and U parts
   // beside it, (2 r - c) c per supernode.
