@@ -252,6 +252,8 @@ TEST(Cholesky, FactorMatchesPermutedMatrixWithEveryKernel) {
   EXPECT_GT(counts.rank1, 0);
   EXPECT_GT(counts.buffered, 0);
   EXPECT_GT(counts.direct, 0);
+  EXPECT_GT(counts.reach, 0);   // updates covering several pieces of a split supernode
+  EXPECT_GT(counts.pieces, 0);  // pieces applied together beyond it
   EXPECT_EQ(counts.skipped, 0);
 }
 
