@@ -40,7 +40,7 @@ std::int64_t BLKL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fa
 struct UpdateKernelCounts {
   std::int64_t coinciding = 0;  // row lists equal: one gemm into the panel
   std::int64_t rank1 = 0;       // descendant of one column: scatter_rank1
-  std::int64_t buffered = 0;    // tail with gaps: gemm into temp, scatter_add
+  std::int64_t buffered = 0;    // tail with gaps: products through temp, then scattered
   std::int64_t direct = 0;      // contiguous tail: gemm into the panel
   std::int64_t skipped = 0;     // descendant in the Schur block
   std::int64_t split = 0;       // buffered, with blocks of long runs straight into the panel

@@ -114,6 +114,20 @@ void run_lu_member(FactorMember member, const FactorView<void> &f, const MatrixI
 }
 
 // The members of the LDL^T family on factor storage of element type T:
+// The Cholesky member, sequential or the parallel entry (which clears the
+// update tails of its scheme when the schedule has one subtree or
+// two_level_fact is 0).
+template <class T>
+void run_cholesky_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
+                         FactorWork<void> &work, FactorScalars *sc) {
+  FactorWork<T> w = typed<T>(work);
+  if (seq) {
+    BLKL_SEQ_VELMORA<T>(typed<T>(f), in, w, *sc);
+  } else {
+    BLKL_RISC_VELMORA<T>(typed<T>(f), in, w, *sc);
+  }
+}
+
 // kHermitian selects the CH_ members (complex T only).
 template <class T, bool kHermitian>
 void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
@@ -141,28 +155,14 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
   switch (member) {
     case FactorMember::kNone:
       return;
-    case FactorMember::kBlklSeq: {
-      FactorWork<double> w = typed<double>(work);
-      BLKL_SEQ_VELMORA<double>(typed<double>(f), in, w, *sc);
+    case FactorMember::kBlklSeq:
+    case FactorMember::kBlklRisc:
+      run_cholesky_member<double>(member == FactorMember::kBlklSeq, f, in, work, sc);
       return;
-    }
-    case FactorMember::kBlklRisc: {
-      // The parallel members clear the update tails of their scheme here
-      // when the schedule has one subtree or two_level_fact is 0.
-      FactorWork<double> w = typed<double>(work);
-      BLKL_RISC_VELMORA<double>(typed<double>(f), in, w, *sc);
+    case FactorMember::kBlkldlSeq:
+    case FactorMember::kBlkldlRisc:
+      run_ldl_member<double, false>(member == FactorMember::kBlkldlSeq, f, in, work, sc);
       return;
-    }
-    case FactorMember::kBlkldlSeq: {
-      FactorWork<double> w = typed<double>(work);
-      BLKLDL_SEQ_VELMORA<double>(typed<double>(f), in, w, *sc);
-      return;
-    }
-    case FactorMember::kBlkldlRisc: {
-      FactorWork<double> w = typed<double>(work);
-      BLKLDL_RISC_VELMORA<double>(typed<double>(f), in, w, *sc);
-      return;
-    }
     case FactorMember::kBlkluSeq:
     case FactorMember::kBlkluRisc:
     case FactorMember::kBlkluUnsymSeq:
@@ -170,16 +170,10 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
       run_lu_member<double>(member, f, in, work, sc);
       return;
     // The complex members: one source per family, on pairs of doubles.
-    case FactorMember::kChBlklSeq: {
-      FactorWork<zcomplex> w = typed<zcomplex>(work);
-      BLKL_SEQ_VELMORA<zcomplex>(typed<zcomplex>(f), in, w, *sc);
+    case FactorMember::kChBlklSeq:
+    case FactorMember::kChBlklRisc:
+      run_cholesky_member<zcomplex>(member == FactorMember::kChBlklSeq, f, in, work, sc);
       return;
-    }
-    case FactorMember::kChBlklRisc: {
-      FactorWork<zcomplex> w = typed<zcomplex>(work);
-      BLKL_RISC_VELMORA<zcomplex>(typed<zcomplex>(f), in, w, *sc);
-      return;
-    }
     case FactorMember::kChBlkldlSeq:
     case FactorMember::kChBlkldlRisc:
       run_ldl_member<zcomplex, true>(member == FactorMember::kChBlkldlSeq, f, in, work, sc);

@@ -83,7 +83,7 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
     return std::pair<const T *, int>(p.x, p.lenj);
   };
   auto rank1 = [&](const Piece<T> &p, int m, T *) {
-    scatter_rank1<true>(m, p.L, p.x, p.tail, f.xlnz, work.indmap, f.lnz);
+    scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, work.indmap, f.lnz);
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
     return apply_symmetric_update<T, blas::adjoint_letter<T>()>(

@@ -156,7 +156,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
   auto rank1 = [&](const Piece<T> &p, int m, T *buffer) {
     const T d = p.blk[0];
     for (int c = 0; c < m; ++c) buffer[c] = d * conj_if<kHermitian>(p.x[c]);
-    scatter_rank1<true>(m, p.L, p.x, buffer, p.tail, f.xlnz, work.indmap, f.lnz);
+    scatter_rank1(m, p.L, p.x, buffer, p.tail, f.xlnz, work.indmap, f.lnz);
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
     return apply_symmetric_update<T, kAdj>(f, k, jsup, L, first_schur, true, work, &sc.iflag,

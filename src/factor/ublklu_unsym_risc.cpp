@@ -112,7 +112,7 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     count(&UpdateKernelCounts::buffered);
     for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
     blas::gemm<T>('N', 'T', L, m, ncolj, T(-1), x, lenj, u, uldj, T(1), w.temp, L);
-    scatter_add<false>(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
+    scatter_add(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
     if (L > m) {
       blas::gemm<T>('N', 'T', L - m, m, ncolj, T(-1), u + m, uldj, x, lenj, T(1), w.temp, L - m);
       scatter_add_rows(L - m, m, w.relind + m, w.relind, k.first, k.len, f.xunz, f.unz, w.temp);
@@ -225,36 +225,37 @@ std::int64_t BLKLU_UNSYM_RISC_VELMORA(const FactorView<T> &f, const MatrixInput 
   return BLKLU_UNSYM_SEQ_VELMORA(f, in, work, sc);
 }
 
-template <class T>
-double lu_log_determinant(const FactorView<T> &f) {
+// Calls visit(u, column, j) for the diagonal entry u of U at position j
+// of each factored supernode (column: its first column), up to the first
+// Schur column.
+template <class T, class Visit>
+void for_each_u_diagonal(const FactorView<T> &f, Visit visit) {
   const int first_schur = f.n - f.nschur;
-  double sum = 0.0;
   for (int s = 1; s <= f.nsuper && f.xsuper[s] - 1 <= first_schur; ++s) {
     const int first = f.xsuper[s - 1];
     const std::int64_t len = f.xlnz[first] - f.xlnz[first - 1];
     const T *panel = f.lnz + (f.xlnz[first - 1] - 1);
-    for (int j = 0; j < f.xsuper[s] - first; ++j)
-      sum += std::log(static_cast<double>(abs_of(panel[j + j * len])));
+    for (int j = 0; j < f.xsuper[s] - first; ++j) visit(panel[j + j * len], first, j);
   }
+}
+
+template <class T>
+double lu_log_determinant(const FactorView<T> &f) {
+  double sum = 0.0;
+  for_each_u_diagonal(
+      f, [&](const T &u, int, int) { sum += std::log(static_cast<double>(abs_of(u))); });
   return sum;
 }
 
 template <class T>
 double lu_log_determinant_arg(const FactorView<T> &f, bool general) {
   constexpr double kPiSingle = 3.1415927410125732;
-  const int first_schur = f.n - f.nschur;
   double sum = 0.0;
-  for (int s = 1; s <= f.nsuper && f.xsuper[s] - 1 <= first_schur; ++s) {
-    const int first = f.xsuper[s - 1];
-    const std::int64_t len = f.xlnz[first] - f.xlnz[first - 1];
-    const T *panel = f.lnz + (f.xlnz[first - 1] - 1);
-    for (int j = 0; j < f.xsuper[s] - first; ++j) {
-      const T u = panel[j + j * len];
-      if constexpr (scalar_traits<T>::is_complex) sum += std::atan2(u.imag(), u.real());
-      if (f.pivot[first - 1 + j] != j + 1) sum += kPiSingle;
-      if (general && f.pivot_col[first - 1 + j] != j + 1) sum += kPiSingle;
-    }
-  }
+  for_each_u_diagonal(f, [&](const T &u, int first, int j) {
+    if constexpr (scalar_traits<T>::is_complex) sum += std::atan2(u.imag(), u.real());
+    if (f.pivot[first - 1 + j] != j + 1) sum += kPiSingle;
+    if (general && f.pivot_col[first - 1 + j] != j + 1) sum += kPiSingle;
+  });
   return sum;
 }
 

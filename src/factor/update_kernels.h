@@ -12,52 +12,50 @@
 
 namespace vm {
 
-// The symmetric families keep only the lower triangle of a diagonal
-// block, so their updates skip the tail rows above a target column
-// (kLowerOnly); the unsymmetric family needs the whole block.
-
-// scatter_rank1: update by a descendant of one column.  x holds the L
-// entries of the descendant's column from its tail on, rows[0..L) their
-// row numbers; the first m of them are columns of the target.  For each
-// such column c, the tail rows r (from c on with kLowerOnly) get
+// scatter_rank1: update by a descendant of one column in the symmetric
+// families, which keep only the lower triangle of a diagonal block.  x
+// holds the L entries of the descendant's column from its tail on,
+// rows[0..L) their row numbers; the first m of them are columns of the
+// target.  For each such column c, the tail rows r from c on get
 // x(r) * -conj(x(c)) added (A -= x x^H restricted to the target's columns).
-template <bool kLowerOnly, class T>
+template <class T>
 inline void scatter_rank1(int m, int L, const T *x, const int *rows, const std::int64_t *xlnz,
                           const int *indmap, T *lnz) {
   for (int c = 0; c < m; ++c) {
     T *end = lnz + (xlnz[rows[c]] - 2);  // last entry of column rows[c]
     const T mult = -conj_of(x[c]);
-    for (int r = kLowerOnly ? c : 0; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
+    for (int r = c; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
   }
 }
 
 // scatter_rank1 with the multipliers apart, for the LDL^T families: the
 // tail rows r of target column c get x(r) * -y(c) added, where y(c) holds
 // the pivot times x(c) (conjugated on the Hermitian types).
-template <bool kLowerOnly, class T>
+template <class T>
 inline void scatter_rank1(int m, int L, const T *x, const T *y, const int *rows,
                           const std::int64_t *xlnz, const int *indmap, T *lnz) {
   for (int c = 0; c < m; ++c) {
     T *end = lnz + (xlnz[rows[c]] - 2);
     const T mult = -y[c];
-    for (int r = kLowerOnly ? c : 0; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
+    for (int r = c; r < L; ++r) end[-indmap[rows[r] - 1]] += x[r] * mult;
   }
 }
 
 // scatter_add: adds an L x m block (temp, leading dimension L) to the
-// target supernode whose first column is `first` and whose list has len
-// rows, and clears the block column by column on the way.  relind[0..L)
-// holds indmap of the block's rows; its first m entries are the target's
-// columns, whose ends xlnz(first + len - relind) gives.  With kLowerOnly
-// the rows above each target column are cleared without being added.
-template <bool kLowerOnly, class T>
+// target supernode of the LU family whose first column is `first` and
+// whose list has len rows, and clears the block column by column on the
+// way.  relind[0..L) holds indmap of the block's rows; its first m entries
+// are the target's columns, whose ends xlnz(first + len - relind) gives.
+template <class T>
 inline void scatter_add(int L, int m, const int *relind, int first, int len,
                         const std::int64_t *xlnz, T *lnz, T *temp) {
   for (int c = 0; c < m; ++c) {
     T *end = lnz + (xlnz[first + len - relind[c] - 1] - 2);
     T *t = temp + static_cast<std::int64_t>(c) * L;
-    for (int i = kLowerOnly ? c : 0; i < L; ++i) end[-relind[i]] += t[i];
-    for (int i = 0; i < L; ++i) t[i] = T(0);
+    for (int i = 0; i < L; ++i) {
+      end[-relind[i]] += t[i];
+      t[i] = T(0);
+    }
   }
 }
 
