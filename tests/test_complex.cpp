@@ -17,7 +17,6 @@
 #include <tuple>
 #include <vector>
 
-#include "mm_read.h"
 #include "velmora.h"
 
 using cplx = std::complex<double>;
@@ -31,12 +30,6 @@ namespace {
 // How a type stores its matrix: the whole matrix (3, 13), or the upper
 // triangle by rows of a Hermitian (4, -4) or complex symmetric (6) one.
 enum class Storage { kFull, kHermitian, kSymmetric };
-
-Storage storage_of(int mtype) {
-  if (mtype == 4 || mtype == -4) return Storage::kHermitian;
-  if (mtype == 6) return Storage::kSymmetric;
-  return Storage::kFull;
-}
 
 struct Entry {
   int i, j;
@@ -206,27 +199,6 @@ ZCsr complex_convection(int nx, int ny, int nz, double beta, bool shuffle_rows =
         e.push_back({row[j], i, {-1.0 - b[d], 0.3}});
       });
   return from_entries(n, e, Storage::kFull);
-}
-
-// A complex matrix file of the team's folder in the storage of `mtype`:
-// a Hermitian file (its lower triangle) goes to the upper triangle by rows,
-// conjugated.  n 0 when the file cannot be read.
-ZCsr from_file(const std::string &name, int mtype) {
-  mm::Triplets t;
-  std::string error;
-  if (!mm::read(std::string(VELMORA_MATRIX_DIR) + "/" + name, &t, &error)) return ZCsr{};
-  std::vector<Entry> e;
-  const Storage s = storage_of(mtype);
-  for (size_t k = 0; k < t.size(); ++k) {
-    cplx v(t.re[k], t.im.empty() ? 0.0 : t.im[k]);
-    // A Hermitian matrix has a real diagonal: an imaginary part stored
-    // there (cha.mtx has one) is not part of the matrix.
-    if (t.symmetry == mm::Symmetry::kHermitian && t.rows[k] == t.cols[k]) v = v.real();
-    e.push_back({t.rows[k], t.cols[k], v});
-    if (s == Storage::kFull && t.symmetry == mm::Symmetry::kHermitian && t.rows[k] != t.cols[k])
-      e.push_back({t.cols[k], t.rows[k], std::conj(v)});
-  }
-  return from_entries(t.n, e, s);
 }
 
 // ---- independent references --------------------------------------------
@@ -407,12 +379,6 @@ TEST(Complex, GeneralTransposedSolves) {
   }
 }
 
-TEST(Complex, StructurallySymmetric) {
-  expect_solved("convection 12x12x6", 3, complex_convection(12, 12, 6, 2.0), 1e-14);
-  expect_solved("convection 30x30", 3, complex_convection(30, 30, 1, 10.0), 1e-14);
-  expect_solved("convection, refined twice", 3, complex_convection(8, 8, 8, 3.0), 1e-14, {{8, 2}});
-}
-
 TEST(Complex, HermitianPositiveDefinite) {
   expect_solved("Hermitian grid 10x10x10", 4, hermitian_grid(10, 10, 10, 6.5), 1e-14);
   expect_solved("Hermitian grid 40x40", 4, hermitian_grid(40, 40, 1, 6.5), 1e-14);
@@ -555,31 +521,6 @@ TEST(Complex, LogDeterminant) {
       const cplx want = std::exp(cplx(0, turns * arg));
       EXPECT_LT(std::abs(got - want), 1e-5) << r.dparm32 << " vs " << arg;
     }
-  }
-}
-
-TEST(Complex, FilesOfTheMatrixFolder) {
-  // Complex general files: mtype 13 with the default matching and scaling.
-  for (const char *name : {"w156.mtx", "arrowc.mtx", "ctina.mtx"}) {
-    const ZCsr m = from_file(name, 13);
-    ASSERT_GT(m.n, 0) << name;
-    expect_solved(name, 13, m, 1e-13);
-  }
-  // GD99_cc has an empty row: structurally singular, refused, not solved.
-  {
-    const ZCsr m = from_file("GD99_cc.mtx", 13);
-    ASSERT_GT(m.n, 0);
-    const Result r = solve(13, m, 1, {}, true);
-    EXPECT_LT(r.error, 0);
-  }
-  // Hermitian files: positive definite first, indefinite when the Cholesky
-  // factor meets a non-positive pivot.
-  for (const char *name : {"c.mtx", "cha.mtx"}) {
-    const ZCsr m = from_file(name, 4);
-    ASSERT_GT(m.n, 0) << name;
-    int mtype = 4;
-    if (solve(4, m, 1, {}, true).error == VELMORA_ERR_FACTOR) mtype = -4;
-    expect_solved(name, mtype, m, 1e-13);
   }
 }
 

@@ -332,35 +332,6 @@ TEST(Init, ResetColumnForEveryType) {
   }
 }
 
-TEST(Init, ResetColumnOnAnalysisUnsymmetric) {
-  Solver s(11, Tridiagonal(6));
-  s.iparm.fill(0);
-  s.Call(11);
-  EXPECT_NE(s.error, -1);
-  EXPECT_NE(s.error, -7);
-  EXPECT_EQ(s.ip(1), 0);
-  EXPECT_EQ(s.ip(2), 2);
-  EXPECT_EQ(s.ip(10), 13);
-  EXPECT_EQ(s.ip(11), 1);
-  EXPECT_EQ(s.ip(13), 1);
-  EXPECT_EQ(s.ip(21), 0);
-  EXPECT_EQ(s.ip(24), 0);
-  EXPECT_EQ(s.ip(25), 0);
-  EXPECT_EQ(s.ip(52), 1);
-  EXPECT_NE(s.ip(18), 0);  // -1 from the reset, or the count of an analysis
-
-  // a repeated analysis resets again when iparm(1) is 0
-  s.ip(24) = 1;
-  s.ip(10) = 4;
-  s.ip(52) = 0;
-  s.Call(11);
-  EXPECT_NE(s.error, -7);
-  EXPECT_EQ(s.ip(24), 0);
-  EXPECT_EQ(s.ip(10), 13);
-  EXPECT_EQ(s.ip(52), 1);
-  s.Release();
-}
-
 // The diagonal front returns before any reset: a zeroed iparm stays as it is
 // apart from the slots the front writes.
 TEST(Init, DiagonalFrontDoesNotReset) {
@@ -442,18 +413,6 @@ TEST(Init, AllSpellingsBehaveTheSame) {
     EXPECT_NEAR(s.x[1], -2.0, 1e-15);
     EXPECT_TRUE(IsEmpty(s.pt));
   }
-}
-
-TEST(Init, PresenceSymbolsAreCallable) {
-  velmora_exist_parallel();
-  velmora_exist_parallel_();
-  VELMORA_EXIST_PARALLEL();
-  VELMORA_EXIST_PARALLEL_();
-  velmora_ipopt_newinterface();
-  velmora_ipopt_newinterface_();
-  VELMORA_IPOPT_NEWINTERFACE();
-  VELMORA_IPOPT_NEWINTERFACE_();
-  SUCCEED();
 }
 
 TEST(Init, ProcessorCountFromEnvironment) {
@@ -643,16 +602,6 @@ TEST_P(DiagonalSystem, AllPhasesAllocateNothing) {
       }
     }
   }
-}
-
-TEST(DiagonalFront, MflopWordCountsMillionsOfRows) {
-  const int n = 2500000;
-  Solver s(11, Diagonal(n), 1);
-  s.Call(11);
-  EXPECT_EQ(s.error, 0);
-  EXPECT_EQ(s.ip(18), n);
-  EXPECT_EQ(s.ip(19), 2);
-  EXPECT_TRUE(IsEmpty(s.pt));
 }
 
 TEST_P(DiagonalSystem, SolutionIntoRightHandSide) {

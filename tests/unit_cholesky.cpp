@@ -257,35 +257,6 @@ TEST(Cholesky, FactorMatchesPermutedMatrixWithEveryKernel) {
   EXPECT_EQ(counts.skipped, 0);
 }
 
-TEST(Cholesky, LogDeterminantWithAndWithoutScaling) {
-  const testmat::Csr a = random_spd(60, 0.3, 5);
-  Dense d = permuted(a, factor_setup::analyse(a, Ordering::kNatural, 0).invp);
-  ASSERT_EQ(vm::blas::potrf<double>('L', a.n, d.v.data(), a.n), 0);
-  double expect = 0;
-  for (int j = 0; j < a.n; ++j) expect += 2 * std::log(d(j, j));
-
-  const Factored plain = factor(a, Ordering::kAmd, 16, 0,
-                                [](factor_setup::Records &, Factored &r) { r.sc.determinant = 1; });
-  EXPECT_NEAR(plain.logdet, expect, 1e-11);
-
-  // Scaled by D on both sides, with the scale's share taken off again.
-  vector<double> scale(2 * a.n);
-  for (int i = 0; i < a.n; ++i) scale[i] = scale[a.n + i] = 0.5 + 0.01 * i;
-  const Factored scaled =
-      factor(a, Ordering::kAmd, 16, 0, [&](factor_setup::Records &rec, Factored &r) {
-        r.sc.determinant = 1;
-        rec.input.scale = scale.data();
-        rec.input.scaling_on = 1;
-      });
-  EXPECT_NEAR(scaled.logdet, expect, 1e-11);
-  testmat::Csr das = a;  // D A D, factored without scaling, gives the same panels
-  for (int i = 1; i <= a.n; ++i)
-    for (int k = a.ia[i - 1]; k < a.ia[i]; ++k)
-      das.a[k - 1] *= scale[i - 1] * scale[a.ja[k - 1] - 1];
-  const Factored ref = factor(das, Ordering::kAmd, 16);
-  for (size_t k = 0; k < ref.lnz.size(); ++k) EXPECT_NEAR(scaled.lnz[k], ref.lnz[k], 1e-14);
-}
-
 TEST(Cholesky, NonPositivePivotStopsTheLoop) {
   testmat::Csr a = testmat::grid_laplacian(8, 8, 1, true);
   const int node = 20;  // original index whose diagonal turns negative

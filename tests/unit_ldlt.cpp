@@ -533,54 +533,42 @@ testmat::Csr kkt3d(int m, int every) {
 
 // Nested dissection of a 3D KKT matrix gives updates whose rows fall in
 // long runs of the target's list: their blocks are written straight into
-// the panel and the rest goes through temp.  Inertia against the
-// eigenvalues and the backward error (refined when pivots were perturbed)
-// in both pivot modes.
-TEST(Ldl, UpdatesSplitAlongLongRuns) {
-  const testmat::Csr a = kkt3d(8, 5);
-  const auto eig = inertia(dense_of(a), a.n);
-  for (int iparm21 : {0, 1}) {
-    SCOPED_TRACE(testing::Message() << "iparm21 " << iparm21);
-    vm::UpdateKernelCounts counts;
-    vm::set_ldl_update_kernel_counts(&counts);
-    Ldl r = factor(a, Ordering::kMetis, 80, iparm21, 1e-8);
-    vm::set_ldl_update_kernel_counts(nullptr);
-    ASSERT_EQ(r.sc.iflag, 0);
-    EXPECT_GT(counts.split, 0);
-    EXPECT_GT(counts.buffered, counts.split);
-    expect_inertia(eig, r.sc.npos, r.sc.nneg, a.n);
-    const vector<double> b = random_vector(static_cast<size_t>(a.n), 5);
-    vector<double> x = solve(r, b, 1);
-    if (r.sc.perturbed > 0) refine(a, r, b, &x, 3);
-    EXPECT_LT(backward_error(a, x, b), 1e-14);
-  }
-}
-
-// An update applied at the first piece of a supernode split by the width
-// reaches the pieces after it; when temp cannot hold the whole reach it
-// stops short (never short of the target's own columns) and the
-// descendant waits on the chain of the piece it stopped in.  Beyond a
+// the panel and the rest goes through temp.  With a narrow width the
+// supernodes split into pieces: an update applied at the first piece
+// reaches the pieces after it, stopping short when temp cannot hold the
+// whole reach (never short of the target's own columns), and beyond a
 // split supernode its pieces travel together and sum their products in
-// temp before one scatter.  Inertia and
-// backward error with the temp of the analysis (sized for one piece at a
-// time: some reaches are cut) and with a temp large enough for all.
-TEST(Ldl, UpdatesReachThePiecesOfASplitSupernode) {
+// temp before one scatter.  Inertia against the eigenvalues and the
+// backward error (refined when pivots were perturbed) in both pivot modes,
+// with the temp of the analysis (sized for one piece at a time: some
+// reaches are cut) and with one large enough for all.
+TEST(Ldl, UpdatesAlongRunsAndAcrossPieces) {
   const testmat::Csr a = kkt3d(8, 5);
   const auto eig = inertia(dense_of(a), a.n);
-  const std::int64_t full = factor_setup::analyse(a, Ordering::kMetis, 4).tmpsiz;
-  for (int iparm21 : {0, 1})
-    for (std::int64_t tmpsiz : {full, 100 * full}) {
-      SCOPED_TRACE(testing::Message() << "iparm21 " << iparm21 << " tmpsiz " << tmpsiz);
+  const std::int64_t analysed = factor_setup::analyse(a, Ordering::kMetis, 4).tmpsiz;
+  struct Case {
+    int width;
+    std::int64_t tmpsiz;  // -1: the analysis' own
+  };
+  for (const Case c : {Case{80, -1}, Case{4, analysed}, Case{4, 100 * analysed}})
+    for (int iparm21 : {0, 1}) {
+      SCOPED_TRACE(testing::Message()
+                   << "width " << c.width << " tmpsiz " << c.tmpsiz << " iparm21 " << iparm21);
       vm::UpdateKernelCounts counts;
       vm::set_ldl_update_kernel_counts(&counts);
-      Ldl r = factor(a, Ordering::kMetis, 4, iparm21, 1e-8, 1, tmpsiz);
+      Ldl r = factor(a, Ordering::kMetis, c.width, iparm21, 1e-8, 1, c.tmpsiz);
       vm::set_ldl_update_kernel_counts(nullptr);
       ASSERT_EQ(r.sc.iflag, 0);
-      EXPECT_GT(counts.reach, 0);
-      EXPECT_GT(counts.pieces, 0);
-      EXPECT_EQ(counts.cut > 0, tmpsiz == full);
+      if (c.width == 80) {
+        EXPECT_GT(counts.split, 0);
+        EXPECT_GT(counts.buffered, counts.split);
+      } else {
+        EXPECT_GT(counts.reach, 0);
+        EXPECT_GT(counts.pieces, 0);
+        EXPECT_EQ(counts.cut > 0, c.tmpsiz == analysed);
+      }
       expect_inertia(eig, r.sc.npos, r.sc.nneg, a.n);
-      const vector<double> b = random_vector(static_cast<size_t>(a.n), 6);
+      const vector<double> b = random_vector(static_cast<size_t>(a.n), 5);
       vector<double> x = solve(r, b, 1);
       if (r.sc.perturbed > 0) refine(a, r, b, &x, 3);
       EXPECT_LT(backward_error(a, x, b), 1e-14);

@@ -92,29 +92,6 @@ smat *to_smat(const testmat::Csr &M) {
 
 // ---------------------------------------------------------------- heap
 
-TEST(MpsHeap, PopsInOrderAfterInsertAndDecrease) {
-  vm::MpsHeap h;
-  ASSERT_EQ(vm::mps_heap_create(&h, 100), vm::kMpsOk);
-  std::mt19937 gen(7);
-  std::vector<double> key(100);
-  for (int j = 0; j < 100; ++j) vm::mps_heap_insert(&h, j, key[j] = gen() % 1000);
-  for (int j = 0; j < 100; j += 3) vm::mps_heap_decrease(&h, j, key[j] -= 500);
-  vm::mps_heap_decrease(&h, 1, key[1] + 1);  // a larger key changes nothing
-  double last = -1e300, k = 0;
-  for (int t = 0; t < 100; ++t) {
-    const int j = vm::mps_heap_pop(&h, &k);
-    EXPECT_EQ(k, key[j]);
-    EXPECT_GE(k, last);
-    last = k;
-  }
-  EXPECT_EQ(h.size, 0);
-  vm::mps_heap_insert(&h, 5, 1.0);
-  vm::mps_heap_clear(&h);
-  EXPECT_EQ(h.size, 0);
-  EXPECT_EQ(h.pos[5], -1);
-  vm::mps_heap_free(&h);
-}
-
 // ---------------------------------------------------------------- matching
 
 TEST(Mps, DiagonalMatrixGivesIdentityAndInverseMagnitudes) {

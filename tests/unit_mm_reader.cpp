@@ -204,26 +204,6 @@ TEST(MmReader, EveryFileOfTheFolder) {
   EXPECT_EQ(broken, static_cast<int>(broken_files().size()));
 }
 
-TEST(MmReader, ValuesOfACollectionFile) {
-  MmData m;
-  std::string error;
-  ASSERT_TRUE(vmcli::read_matrix_market(kDir + "/c.mtx", &m, &error)) << error;
-  // 3 1  2. -1.  ->  A(3,1) = 2 - i, A(1,3) = 2 + i
-  const CsrMatrix full = full_of(m, true);
-  EXPECT_EQ(at(full, 3, 1), 2.0);
-  EXPECT_EQ(at_im(full, 3, 1), -1.0);
-  EXPECT_EQ(at(full, 1, 3), 2.0);
-  EXPECT_EQ(at_im(full, 1, 3), 1.0);
-  CsrMatrix upper;
-  ASSERT_TRUE(vmcli::to_storage(full, Storage::kUpperHermitian, &upper, &error)) << error;
-  EXPECT_EQ(upper.nnz(), 5);
-  EXPECT_EQ(at_im(upper, 1, 3), 1.0);
-  EXPECT_EQ(at(upper, 3, 3), 42.0);
-  // A complex file needs a complex matrix.
-  CsrMatrix real;
-  EXPECT_FALSE(vmcli::to_full_csr(m, false, &real, nullptr, &error));
-}
-
 TEST(MmReader, HermitianDiagonalImaginaryPartIsDropped) {
   MmData m;
   std::string error;
@@ -357,27 +337,6 @@ TEST(MmReader, ArrayFormat) {
   ASSERT_TRUE(vmcli::to_dense(m, true, 100, &d, &error)) << error;
   EXPECT_EQ(d, (std::vector<double>{1, 2, 3, 4}));
   EXPECT_FALSE(vmcli::to_dense(m, false, 100, &d, &error));
-}
-
-TEST(MmReader, WrittenArrayReadsBack) {
-  const std::string path = testing::TempDir() + "velmora_mm_reader_roundtrip.mtx";
-  const std::vector<double> x = {1.0 / 3, -2e-300, 7, 1e300, 0.1, -0.0};
-  std::string error;
-  for (bool complex : {false, true}) {
-    const int cols = complex ? 1 : 2;
-    ASSERT_TRUE(
-        vmcli::write_matrix_market_array(path, 3, cols, complex, x.data(), "a note", &error))
-        << error;
-    MmData m;
-    ASSERT_TRUE(vmcli::read_matrix_market(path, &m, &error)) << error;
-    std::vector<double> d;
-    ASSERT_TRUE(vmcli::to_dense(m, complex, 100, &d, &error)) << error;
-    EXPECT_EQ(d, x);
-  }
-  std::filesystem::remove(path);
-  EXPECT_FALSE(vmcli::write_matrix_market_array("/nonexistent-dir/x.mtx", 1, 1, false, x.data(), "",
-                                                &error));
-  EXPECT_NE(error.find("cannot write"), std::string::npos);
 }
 
 TEST(MmReader, BrokenTextsAreRefusedWithTheirLine) {

@@ -236,42 +236,6 @@ TEST(Solve, OneRightHandSideSerialAndOverTasks) {
   }
 }
 
-void check_blocks(Problem &P) {
-  for (int nrhs : {16, 2})
-    for (int p : {1, 3})
-      for (int to_b : {0, 1}) {
-        SCOPED_TRACE(testing::Message() << nrhs << " rhs, " << p << " blocks, to_b " << to_b);
-        vm::SolveInput in = input_for(P, nrhs);
-        in.nthreads = p;
-        in.to_b = to_b;
-        const auto b = random_vector(static_cast<size_t>(nrhs) * P.n, -1, 1, nrhs + p);
-        const Result r = run(P, in, b);
-        EXPECT_LT(backward_error(P, to_b ? r.b : r.x, b, P.n), 1e-14);
-      }
-}
-
-// The grid's panels are small and solved column by column; the leading
-// panels of the dense matrix go through BLAS.
-TEST(Solve, BlocksOfRightHandSides) {
-  for (const auto &matrix : {grid(), testmat::dense(100, true)}) {
-    Problem P = make_problem(matrix, {2});
-    check_blocks(P);
-  }
-}
-
-// The factor is that of S A S; the solve still answers A x = b.
-TEST(Solve, ScaledSystem) {
-  Problem P = make_problem(grid(), {2, 0, true});
-  for (int nrhs : {1, 16})
-    for (int parallel : {0, 1}) {
-      vm::SolveInput in = input_for(P, nrhs);
-      in.parallel = parallel;
-      in.nthreads = 3;
-      const auto b = random_vector(static_cast<size_t>(nrhs) * P.n, -1, 1, 5);
-      EXPECT_LT(backward_error(P, run(P, in, b).x, b, P.n), 1e-14) << nrhs << " " << parallel;
-    }
-}
-
 TEST(Solve, SelectorsSplitTheSolve) {
   Problem P = make_problem(grid(), {2, 0, true});
   for (int nrhs : {1, 16})
@@ -336,29 +300,6 @@ TEST(Solve, LeadingZeroSkip) {
   }
 }
 
-// The last nschur unknowns (kept last in natural order) are left as they
-// came; the others solve the leading block.  Panels of the Schur block and
-// Schur rows of the other panels are NaN.
-TEST(Solve, SchurColumnsUntouched) {
-  const int nschur = 20;
-  for (int target : {1, 2, 0}) {  // 0: the dense matrix, whose panels go through BLAS
-    Problem P = target > 0 ? make_problem(grid(), {target, nschur})
-                           : make_problem(testmat::dense(100, true), {1, nschur});
-    const int m1 = P.n - nschur;
-    for (int i = m1 + 1; i <= P.n; ++i) ASSERT_EQ(P.perm[i - 1], i);
-    for (int nrhs : {1, 16})
-      for (int parallel : {0, 1}) {
-        vm::SolveInput in = input_for(P, nrhs);
-        in.parallel = parallel;
-        const auto b = random_vector(static_cast<size_t>(nrhs) * P.n, -1, 1, 4);
-        const auto x = run(P, in, b).x;
-        for (int c = 0; c < nrhs; ++c)
-          for (int i = m1; i < P.n; ++i) EXPECT_EQ(x[c * P.n + i], b[c * P.n + i]);
-        EXPECT_LT(backward_error(P, x, b, m1), 1e-14) << target << " " << nrhs << " " << parallel;
-      }
-  }
-}
-
 TEST(Solve, PartialSolve) {
   // All nodes marked: the same as a full solve.
   const vector<int> ones(grid().n, 1);
@@ -401,19 +342,6 @@ TEST(Solve, PartialSolve) {
         if (mask[j - 1]) {
           EXPECT_NEAR(xc[c * k + j - 1 - Q.unselected[j - 1]], full[c * Q.n + j - 1], 1e-13);
         }
-  }
-}
-
-TEST(Solve, OtherMatrixTypesNotAvailable) {
-  Problem P = make_problem(testmat::grid_laplacian(3, 3, 1, true), {1});
-  for (int mtype : {3, 4, -4, 6, 13}) {
-    vm::SolveInput in = input_for(P, 1);
-    in.mtype = mtype;
-    vector<double> b(P.n, 1.0), x(P.n, 7.0);
-    int error = 0;
-    vm::SOLVE_VELMORA<double>(P.view(), in, b.data(), x.data(), vm::SolveWork<double>{}, &error);
-    EXPECT_EQ(error, vm::kSolveTypeNotAvailable);
-    EXPECT_EQ(x, vector<double>(P.n, 7.0));
   }
 }
 

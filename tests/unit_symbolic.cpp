@@ -40,10 +40,6 @@ Graph star_graph(int n, int center) {
 Graph dense_graph(int n) {
   return graphs::dense(n);
 }
-Graph diagonal_graph(int n) {
-  return graphs::from_edges(n, {});
-}
-
 // Reverse Cuthill-McKee-like band ordering, enough to keep the fill of the
 // real matrices moderate.
 vector<int> band_order(const Graph &g) {
@@ -501,48 +497,6 @@ TEST(SymbolicBruteForce, GeneratedPatterns) {
 // ---------------------------------------------------------------------------
 // Edge cases.
 
-TEST(SymbolicEdge, SingleColumn) {
-  const Graph g = diagonal_graph(1);
-  Analysis a = run_sfinit(g, {1}, 80);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.nsuper, 1);
-  EXPECT_EQ(a.xsuper, (vector<int>{1, 2}));
-  EXPECT_EQ(a.parent, (vector<int>{0}));
-  EXPECT_EQ(a.colcnt, (vector<int>{1}));
-  EXPECT_EQ(a.nnzl, 1);
-  EXPECT_EQ(a.domains, (vector<int>{1, 0, 1, 1}));
-  run_reorder2(g, &a, 1);
-  ASSERT_EQ(a.r2_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.xlnz, (vector<int64_t>{1, 2}));
-  EXPECT_EQ(a.xunz, (vector<int64_t>{1, 1}));
-  EXPECT_EQ(a.xlindx, (vector<int64_t>{1, 2}));
-  EXPECT_EQ(a.lindx, (vector<int>{1}));
-  EXPECT_EQ(a.tasklist, (vector<int>{-1}));
-  EXPECT_EQ(a.counts.nnzl, 1);
-  EXPECT_EQ(a.counts.nnzu, 1);
-  EXPECT_EQ(a.counts.tmpsiz, 1);
-}
-
-TEST(SymbolicEdge, Diagonal) {
-  const int n = 25;
-  const Graph g = diagonal_graph(n);
-  Analysis a = run_sfinit(g, make_perm(n, Order::kRandom), 80);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.nsuper, n);
-  EXPECT_EQ(a.nnzl, n);
-  for (int k = 0; k <= n; ++k) EXPECT_EQ(a.xsuper[k], k + 1);
-  run_reorder2(g, &a, 1, 0, 0, 1);
-  ASSERT_EQ(a.r2_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.counts.nnzl, n);
-  EXPECT_EQ(a.counts.nnzu, 1);
-  EXPECT_EQ(a.counts.tmpsiz, n);
-  for (int k = 1; k <= n; ++k) {
-    EXPECT_EQ(a.tasklist[k - 1], -k);
-    EXPECT_EQ(a.nmod[k - 1], 0);
-  }
-  check_case(g, make_perm(n, Order::kNatural), 1);
-}
-
 TEST(SymbolicEdge, DenseOrder200Width128) {
   const Graph g = dense_graph(200);
   Analysis a = run_sfinit(g, make_perm(200, Order::kRandom), 128);
@@ -562,47 +516,10 @@ TEST(SymbolicEdge, DenseOrder200Width128) {
             200.0 * 201.0 * 401.0 / 6.0);
 }
 
-TEST(SymbolicEdge, WidthLimitBelowOneMeansNone) {
-  const Graph g = dense_graph(30);
-  Analysis a = run_sfinit(g, make_perm(30, Order::kNatural), 0);
-  EXPECT_EQ(a.nsuper, 1);
-  Analysis b = run_sfinit(g, make_perm(30, Order::kNatural), -3);
-  EXPECT_EQ(b.nsuper, 1);
-}
-
-TEST(SymbolicEdge, EmptyMatrix) {
-  Graph g;
-  Analysis a = run_sfinit(g, {}, 80, 0, 0, {1, 0}, 0);
-  EXPECT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.nsuper, 0);
-  EXPECT_EQ(a.xsuper[0], 1);
-  run_reorder2(g, &a, 1);
-  EXPECT_EQ(a.r2_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.counts.nnzl, 0);
-  EXPECT_EQ(a.counts.nnzu, 1);
-}
-
 TEST(SymbolicEdge, BadArguments) {
   const Graph g = path_graph(4);
   Analysis a = run_sfinit(g, make_perm(4, Order::kNatural), 80, 5);
   EXPECT_EQ(a.sfinit_status, vm::kSymbolicBadArgument);
-}
-
-TEST(SymbolicEdge, LongPathClearsInParallel) {
-  // Long enough for the clearing loops to run as parallel regions.
-  const int n = 70000;
-  const Graph g = path_graph(n);
-  Analysis a = run_sfinit(g, make_perm(n, Order::kNatural), 80);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.nsuper, n - 1);
-  EXPECT_EQ(a.nnzl, 2 * static_cast<int64_t>(n) - 1);
-  run_reorder2(g, &a, 1);
-  ASSERT_EQ(a.r2_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.counts.nnzl, 2 * static_cast<int64_t>(n));  // the last panel is 2 x 2
-  EXPECT_EQ(a.counts.nnzu, n - 2);
-  EXPECT_EQ(a.tasklist[0], -1);
-  for (int k = 2; k <= n - 1; ++k) ASSERT_EQ(a.tasklist[k - 1], k);
-  for (int k = 2; k <= n - 1; ++k) ASSERT_EQ(a.nmod[k - 1], 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -656,67 +573,7 @@ TEST(SymbolicFailure, RowListNotClosingGivesMinus2) {
 }
 
 // ---------------------------------------------------------------------------
-// Task lists.
-
-vector<int> sched(const vector<int> &sparent) {
-  const int ns = static_cast<int>(sparent.size());
-  vector<int> nchild(static_cast<size_t>(vm::sched_work_size(ns)), -5), list(ns, -5);
-  EXPECT_EQ(vm::SCHED_VELMORA(ns, sparent.data(), nchild.data(), list.data()), ns);
-  return list;
-}
-
-TEST(SymbolicSched, Trees) {
-  // one supernode; a chain; a star; 1,2 -> 3; 4 -> 5; 3,5 -> 7; 6 -> 7; 8 alone
-  const std::pair<vector<int>, vector<int>> cases[] = {
-      {{0}, {-1}},
-      {{2, 3, 4, 5, 0}, {-1, 2, 3, 4, 5}},
-      {{6, 6, 6, 6, 6, 0}, {-1, -2, -3, -4, -5, 6}},
-      {{3, 3, 7, 5, 7, 7, 0, 0}, {-1, -2, -4, -6, -8, 3, 5, 7}}};
-  for (const auto &c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.first));
-    EXPECT_EQ(sched(c.first), c.second);
-    check_tasklist(static_cast<int>(c.first.size()), c.first, sched(c.first));
-  }
-}
-
-TEST(SymbolicSched, Empty) {
-  EXPECT_EQ(vm::SCHED_VELMORA(0, nullptr, nullptr, nullptr), 0);
-}
-
-TEST(SymbolicSched, StarAndChainFromGraphs) {
-  // Star with center last: every leaf column its own supernode.
-  {
-    const Graph g = star_graph(8, 8);
-    Analysis a = run_sfinit(g, make_perm(8, Order::kNatural), 80);
-    run_reorder2(g, &a, 0);
-    ASSERT_EQ(a.r2_status, vm::kSymbolicOk);
-    // Column 7 and the center share their structure from 7 on: 7 supernodes.
-    EXPECT_EQ(a.nsuper, 7);
-    EXPECT_EQ(a.tasklist, (vector<int>{-1, -2, -3, -4, -5, -6, 7}));
-  }
-  // Path with width 1: a chain of supernodes.
-  {
-    const Graph g = path_graph(6);
-    Analysis a = run_sfinit(g, make_perm(6, Order::kNatural), 1);
-    run_reorder2(g, &a, 0);
-    ASSERT_EQ(a.r2_status, vm::kSymbolicOk);
-    EXPECT_EQ(a.tasklist, (vector<int>{-1, 2, 3, 4, 5, 6}));
-  }
-}
-
-// ---------------------------------------------------------------------------
 // Domains.
-
-TEST(SymbolicDomains, PathSupernodeRunsIntoTop) {
-  // Natural path: the last two columns form one supernode, which crosses
-  // from the domain (1, n-1) into the top (n, n): it belongs to the top.
-  const int n = 10;
-  const Graph g = path_graph(n);
-  Analysis a = run_sfinit(g, make_perm(n, Order::kNatural), 80);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(a.nsuper, n - 1);
-  EXPECT_EQ(a.domains, (vector<int>{1, n - 2, n - 1, n - 1}));
-}
 
 TEST(SymbolicDomains, NestedDissectionOfGrid) {
   // One level of dissection of a 9 x 7 grid: left block, right block, the
@@ -796,18 +653,6 @@ void check_schur(const Graph &g, const vector<int> &perm_in, int s, int mode, in
   }
 }
 
-TEST(SymbolicSchur, TailInPlace) {
-  const Graph g = grid2d(12, 12);
-  for (int mode : {0, 1, 2, 7}) {
-    for (int s : {1, 5, 20}) {
-      for (Order o : {Order::kNatural, Order::kRandom, Order::kReverse}) {
-        check_schur(g, with_schur_tail(make_perm(g.n, o), s), s, mode, 80);
-        check_schur(g, with_schur_tail(make_perm(g.n, o), s), s, mode, 3);
-      }
-    }
-  }
-}
-
 TEST(SymbolicSchur, TailMovedFromCallersOrder) {
   const Graph g = random_graph(150, 0.03, 3);
   for (int mode : {0, 1, 2}) {
@@ -815,47 +660,6 @@ TEST(SymbolicSchur, TailMovedFromCallersOrder) {
     ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
     EXPECT_EQ(a.ndom, 1);
     check_schur(g, make_perm(g.n, Order::kRandom), 10, mode, 80);
-  }
-}
-
-TEST(SymbolicSchur, DenseSplitsAtBoundary) {
-  const Graph g = dense_graph(50);
-  Analysis a = run_sfinit(g, make_perm(50, Order::kNatural), 128, 8, 1);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  EXPECT_EQ(prefix(a.xsuper, a.nsuper + 1), (vector<int>{1, 43, 51}));
-}
-
-TEST(SymbolicSchur, AllRowsSchur) {
-  const Graph g = grid2d(5, 5);
-  check_schur(g, make_perm(25, Order::kNatural), 25, 1, 80);
-}
-
-TEST(SymbolicSchur, ClosureModePutsSchurNeighboursLast) {
-  // In closure mode the columns whose structure reaches a Schur row come
-  // last in their range.
-  const Graph g = grid2d(8, 8);
-  const int s = 8;
-  Analysis a = run_sfinit(g, with_schur_tail(make_perm(64, Order::kRandom), s), 80, s, 2);
-  ASSERT_EQ(a.sfinit_status, vm::kSymbolicOk);
-  const BruteL b = brute_force(g, a.perm);
-  // A column whose structure reaches a Schur row is never followed, before
-  // the Schur block, by one whose structure does not, within a range.
-  const int ns = 64 - s;
-  auto reaches = [&](int j) {
-    for (int r : b.rows(j)) {
-      if (r > ns) return true;
-    }
-    return false;
-  };
-  const int lo = a.domains_in[0];
-  const int hi = std::min(a.domains_in[1], ns);
-  bool seen = false;
-  for (int j = lo; j <= hi; ++j) {
-    if (reaches(j)) {
-      seen = true;
-    } else {
-      EXPECT_FALSE(seen) << "column " << j;
-    }
   }
 }
 
@@ -900,24 +704,6 @@ TEST(SymbolicSchur, NestedDissectionDomainsKeepTheirColumns) {
       check_reorder2(g, a, b, unsym);
     }
   }
-}
-
-// ---------------------------------------------------------------------------
-// Tree routine by ranges.
-
-TEST(SymbolicTree, RangesGiveTheWholeTree) {
-  const Graph g = random_graph(200, 0.02, 9);
-  const vector<int> perm = make_perm(200, Order::kRandom);
-  const vector<int> invp = inverse(perm);
-  vector<int> whole(200), byrange(200), work(static_cast<size_t>(vm::etree_work_size(200)));
-  vm::etree(200, g.xadj.data(), g.adj.data(), perm.data(), invp.data(), whole.data(), work.data());
-  for (auto r : {std::make_pair(1, 37), std::make_pair(38, 38), std::make_pair(39, 150),
-                 std::make_pair(151, 200)}) {
-    vm::etree_range(r.first, r.second, g.xadj.data(), g.adj.data(), perm.data(), invp.data(),
-                    byrange.data(), work.data());
-  }
-  EXPECT_EQ(whole, byrange);
-  EXPECT_EQ(whole, brute_force(g, perm).parent);
 }
 
 // ---------------------------------------------------------------------------
