@@ -72,12 +72,6 @@ Graph islands() {
   return from_edges(n, e);
 }
 
-Graph read_matrix_market(const std::string &name) {
-  const Graph g = graphs::from_file(name);
-  EXPECT_GT(g.n, 0) << name;
-  return g;
-}
-
 // ---------------------------------------------------------------- checks
 
 bool is_inverse_pair(int n, const std::vector<int> &perm, const std::vector<int> &invp) {
@@ -556,63 +550,5 @@ TEST(Orderings, ReportBadInput) {
                                   work.data(), 1000),
             vm::kOrderBadArgument);
 }
-
-// ---------------------------------------------------------------- shared matrices
-
-class Matrices : public ::testing::TestWithParam<const char *> {};
-
-TEST_P(Matrices, EveryOrdering) {
-  const Graph g = read_matrix_market(GetParam());
-  ASSERT_GT(g.n, 0);
-  const int64_t natural = natural_fill(g);
-
-  const Ordering amd = run_amd(g);
-  ASSERT_EQ(amd.status, vm::kOrderOk);
-  ASSERT_TRUE(is_inverse_pair(g.n, amd.perm, amd.invp));
-  const int64_t famd = fill_count(g, amd.perm, amd.invp);
-
-  const Ordering mmd = run_mmd(g);
-  ASSERT_EQ(mmd.status, vm::kOrderOk);
-  ASSERT_TRUE(is_inverse_pair(g.n, mmd.perm, mmd.invp));
-  const int64_t fmmd = fill_count(g, mmd.perm, mmd.invp);
-  EXPECT_LT(static_cast<double>(fmmd), 1.3 * static_cast<double>(famd));
-
-  int64_t fcmd[2] = {0, 0};
-  for (int flag = 0; flag <= 1; ++flag) {
-    const Ordering o = run_cmd(g, flag);
-    ASSERT_EQ(o.status, vm::kOrderOk);
-    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
-    fcmd[flag] = fill_count(g, o.perm, o.invp);
-  }
-
-  int64_t fmetis[3] = {0, 0, 0};
-  const int targets[3] = {1, 2, 4};
-  for (int t = 0; t < 3; ++t) {
-    const Ordering o = run_metis(g, targets[t]);
-    ASSERT_EQ(o.status, vm::kOrderOk);
-    ASSERT_TRUE(is_inverse_pair(g.n, o.perm, o.invp));
-    expect_domains(g, o, targets[t]);
-    fmetis[t] = fill_count(g, o.perm, o.invp);
-  }
-  std::printf(
-      "%-12s n %5d  nnz(L): natural %8lld amd %7lld mmd %7lld cmd0 %7lld cmd1 %7lld "
-      "metis1 %7lld metis2 %7lld metis4 %7lld\n",
-      GetParam(), g.n, static_cast<long long>(natural), static_cast<long long>(famd),
-      static_cast<long long>(fmmd), static_cast<long long>(fcmd[0]),
-      static_cast<long long>(fcmd[1]), static_cast<long long>(fmetis[0]),
-      static_cast<long long>(fmetis[1]), static_cast<long long>(fmetis[2]));
-}
-
-INSTANTIATE_TEST_SUITE_P(Shared, Matrices,
-                         ::testing::Values("bcsstk13.mtx", "494_bus.mtx", "dwt_992.mtx",
-                                           "jagmesh7.mtx", "west0479.mtx"),
-                         [](const ::testing::TestParamInfo<const char *> &param_info) {
-                           std::string name = param_info.param;
-                           name = name.substr(0, name.find('.'));
-                           for (char &ch : name) {
-                             if (ch == '-') ch = '_';
-                           }
-                           return "m" + name;
-                         });
 
 }  // namespace

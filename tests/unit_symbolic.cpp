@@ -573,46 +573,6 @@ TEST(SymbolicFailure, RowListNotClosingGivesMinus2) {
 }
 
 // ---------------------------------------------------------------------------
-// Domains.
-
-TEST(SymbolicDomains, NestedDissectionOfGrid) {
-  // One level of dissection of a 9 x 7 grid: left block, right block, the
-  // middle column as separator on top.
-  const int nx = 9, ny = 7, mid = 4;
-  const Graph g = grid2d(nx, ny);
-  vector<int> left, right, sep;
-  for (int y = 0; y < ny; ++y) {
-    for (int x = 0; x < nx; ++x) {
-      const int id = 1 + x + nx * y;
-      (x < mid ? left : x > mid ? right : sep).push_back(id);
-    }
-  }
-  vector<int> perm = left;
-  perm.insert(perm.end(), right.begin(), right.end());
-  perm.insert(perm.end(), sep.begin(), sep.end());
-  const int l = static_cast<int>(left.size()), r = static_cast<int>(right.size());
-  const vector<int> cols{1, l, l + 1, l + r, l + r + 1, nx * ny};
-  for (int width : {2, 80}) {
-    for (int unsym = 0; unsym <= 1; ++unsym) {
-      Analysis a = run_sfinit(g, perm, width, 0, vm::kSchurPostorder, cols, 2);
-      const BruteL b = brute_force(g, a.perm);
-      check_sfinit(g, a, b, width, 0);
-      // The supernodes of a domain lie inside its columns.
-      for (int d = 0; d < 2; ++d) {
-        for (int k = a.domains[2 * d]; k <= a.domains[2 * d + 1]; ++k) {
-          EXPECT_GE(a.xsuper[k - 1], cols[2 * d]);
-          EXPECT_LE(a.xsuper[k] - 1, cols[2 * d + 1]);
-        }
-      }
-      run_reorder2(g, &a, unsym);
-      check_reorder2(g, a, b, unsym);
-      EXPECT_GT(a.counts.lnz_peak, 0);
-      EXPECT_LT(a.counts.lnz_peak, a.counts.nnzl);
-    }
-  }
-}
-
-// ---------------------------------------------------------------------------
 // Schur rows.
 
 // A permutation of the given order with the last s original rows moved to
