@@ -89,16 +89,20 @@ void dump_symbolic(const FactorView<void> &f, bool with_u) {
 
 // Runs an LU member on factor storage of element type T and, with
 // determinant 1, adds the pivots' share of log|det| to rctl(18).
+// general: the members for unsymmetric patterns (complete pivoting in the
+// block); seq: the sequential member rather than the parallel entry.
 template <class T>
-void run_lu_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
+void run_lu_member(bool general, bool seq, const FactorView<void> &f, const MatrixInput &in,
                    FactorWork<void> &work, FactorScalars *sc) {
   FactorWork<T> w = typed<T>(work);
   const FactorView<T> v = typed<T>(f);
-  if (member == FactorMember::kBlkluSeq) {
-    BLKLU_SEQ_VELMORA<T>(v, in, w, *sc);
-  } else if (member == FactorMember::kBlkluRisc) {
-    BLKLU_RISC_VELMORA<T>(v, in, w, *sc);
-  } else if (member == FactorMember::kBlkluUnsymSeq) {
+  if (!general) {
+    if (seq) {
+      BLKLU_SEQ_VELMORA<T>(v, in, w, *sc);
+    } else {
+      BLKLU_RISC_VELMORA<T>(v, in, w, *sc);
+    }
+  } else if (seq) {
     BLKLU_UNSYM_SEQ_VELMORA<T>(v, in, w, *sc);
   } else {
     BLKLU_UNSYM_RISC_VELMORA<T>(v, in, w, *sc);
@@ -106,8 +110,6 @@ void run_lu_member(FactorMember member, const FactorView<void> &f, const MatrixI
   if (sc->iflag == 0 && sc->determinant == 1) {
     *sc->logdet += lu_log_determinant(v);
     if constexpr (scalar_traits<T>::is_complex) {
-      const bool general =
-          member == FactorMember::kBlkluUnsymSeq || member == FactorMember::kBlkluUnsymRisc;
       if (sc->logdet_im != nullptr) *sc->logdet_im += lu_log_determinant_arg(v, general);
     }
   }
@@ -165,9 +167,11 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
       return;
     case FactorMember::kBlkluSeq:
     case FactorMember::kBlkluRisc:
+      run_lu_member<double>(false, member == FactorMember::kBlkluSeq, f, in, work, sc);
+      return;
     case FactorMember::kBlkluUnsymSeq:
     case FactorMember::kBlkluUnsymRisc:
-      run_lu_member<double>(member, f, in, work, sc);
+      run_lu_member<double>(true, member == FactorMember::kBlkluUnsymSeq, f, in, work, sc);
       return;
     // The complex members: one source per family, on pairs of doubles.
     case FactorMember::kChBlklSeq:
@@ -183,16 +187,12 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
       run_ldl_member<zcomplex, false>(member == FactorMember::kCBlkldlSeq, f, in, work, sc);
       return;
     case FactorMember::kCBlkluSeq:
-      run_lu_member<zcomplex>(FactorMember::kBlkluSeq, f, in, work, sc);
-      return;
     case FactorMember::kCBlkluRisc:
-      run_lu_member<zcomplex>(FactorMember::kBlkluRisc, f, in, work, sc);
+      run_lu_member<zcomplex>(false, member == FactorMember::kCBlkluSeq, f, in, work, sc);
       return;
     case FactorMember::kCBlkluUnsymSeq:
-      run_lu_member<zcomplex>(FactorMember::kBlkluUnsymSeq, f, in, work, sc);
-      return;
     case FactorMember::kCBlkluUnsymRisc:
-      run_lu_member<zcomplex>(FactorMember::kBlkluUnsymRisc, f, in, work, sc);
+      run_lu_member<zcomplex>(true, member == FactorMember::kCBlkluUnsymSeq, f, in, work, sc);
       return;
     default:
       sc->iflag = kFactorNotAvailable;
