@@ -112,35 +112,6 @@ void ExpectFailure(const Outcome &r, int code, const std::string &err) {
 
 const Csr kUpper = Rows({{1, 2}, {2, 3}, {3}});  // valid for every type
 
-TEST(Checkers, SpellingsSelectRealOrComplexBodies) {
-  const Csr real = kUpper, cx = Rows({{1, 2}, {2, 3}, {3}}, 2);
-  for (ChkMatrixFn f : kRealChkMatrix) {
-    ExpectFailure(Check(11, real, f), 0, "");
-    ExpectFailure(Check(13, real, f), 10, "[VELMORA]: CHK Given matrix type is not real: 13\n");
-  }
-  for (ChkMatrixFn f : kComplexChkMatrix) {
-    ExpectFailure(Check(13, cx, f), 0, "");
-    ExpectFailure(Check(11, cx, f), 10, "[VELMORA]: CHK Given matrix type is not complex: 11\n");
-  }
-  // A real body reads one double per value, a complex body two.
-  for (ChkVecFn f : kRealChkVec) EXPECT_EQ(CheckVec(1, 1, {1.0, kNaN}, f).error, 0);
-  for (ChkVecFn f : kComplexChkVec) EXPECT_EQ(CheckVec(1, 1, {1.0, kNaN}, f).error, 300);
-  for (StatsFn f : kRealStats) EXPECT_EQ(Stats(13, real, 0, {}, f).error, 10);
-  for (StatsFn f : kComplexStats) EXPECT_EQ(Stats(13, cx, 0, {}, f).error, 0);
-}
-
-TEST(Checkers, TypesOfEachFamily) {
-  for (int t : {11, -2, 1, 2}) EXPECT_EQ(Check(t, kUpper).error, 0) << t;
-  for (int t : {13, -4, 3, 4, 6, 0, 5}) EXPECT_EQ(Check(t, kUpper).error, 10) << t;
-  const Csr cx = Rows({{1, 2}, {2, 3}, {3}}, 2);
-  for (int t : {13, -4, 3, 4, 6}) EXPECT_EQ(Check(t, cx, velmora_chkmatrix_z).error, 0) << t;
-  for (int t : {11, -2, 1, 2, 7}) EXPECT_EQ(Check(t, cx, velmora_chkmatrix_z).error, 10) << t;
-  // the type is tested before the structure
-  Csr broken = kUpper;
-  broken.ia[1] = 0;
-  ExpectFailure(Check(4, broken), 10, "[VELMORA]: CHK Given matrix type is not real: 4\n");
-}
-
 TEST(Checkers, DimensionAndNullPointers) {
   Csr m = kUpper;
   m.n = 0;
@@ -258,19 +229,6 @@ TEST(Checkers, PrintStatsRunsBothChecksFirst) {
             "[VELMORA]: Matrix dimension : 3\n"
             "[VELMORA]: Matrix non-zeros : 5\n"
             "[VELMORA]: Abs. coeff. range: min 0.00e+00  max 3.00e+02\n");
-}
-
-TEST(CheckersDeathTest, PrintStatsNeedsValues) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  Csr empty = Rows({{}, {}});
-  empty.ja.reserve(1);  // valid, empty arrays
-  empty.a.reserve(1);
-  EXPECT_EQ(Check(11, empty).error, 0);
-  const int mtype = 11, nrhs = 0;
-  int error = 0;
-  EXPECT_DEATH(velmora_printstats(&mtype, &empty.n, empty.a.data(), empty.ia.data(),
-                                  empty.ja.data(), &nrhs, nullptr, &error),
-               "len_a > 0");
 }
 
 // A matrix of the collection as CSR; symmetric files are turned to the

@@ -363,22 +363,6 @@ TEST(Complex, GeneralMatricesWithMatching) {
   expect_solved("random general 300", 13, random_matrix(300, 11, Storage::kFull), 1e-13);
 }
 
-TEST(Complex, GeneralTransposedSolves) {
-  for (int mtype : {13, 3}) {
-    for (const auto &[name, m] :
-         {std::pair{std::string("convection 10x10x4"), complex_convection(10, 10, 4, 5.0)},
-          std::pair{std::string("random 200"), random_matrix(200, 5, Storage::kFull)}}) {
-      if (mtype == 3 && name != "convection 10x10x4") continue;  // 3 needs a symmetric pattern
-      expect_solved(name + " transposed", mtype, m, 1e-13, {{12, 1}});
-      // A^T x = b and A x = b differ: the transposed result is not the plain one.
-      const Result plain = solve(mtype, m, 1), trans = solve(mtype, m, 1, {{12, 1}});
-      ASSERT_EQ(plain.error, 0);
-      ASSERT_EQ(trans.error, 0);
-      EXPECT_GT(std::abs(plain.x[3] - trans.x[3]), 1e-6);
-    }
-  }
-}
-
 TEST(Complex, HermitianPositiveDefinite) {
   expect_solved("Hermitian grid 10x10x10", 4, hermitian_grid(10, 10, 10, 6.5), 1e-14);
   expect_solved("Hermitian grid 40x40", 4, hermitian_grid(40, 40, 1, 6.5), 1e-14);
@@ -538,14 +522,6 @@ TEST(Complex, ResidualCallAgreesForGeneralAndSymmetric) {
     EXPECT_GT(normb, 1.0);
     EXPECT_LT(normr / normb, 1e-13);
   }
-}
-
-TEST(Complex, SinglePrecisionFlagIsIgnored) {
-  // iparm(29) is honoured for real types only: a complex type factors in
-  // double whatever it says.
-  const Result r = solve(13, complex_convection(6, 6, 2, 1.0), 1, {{29, 1}});
-  ASSERT_EQ(r.error, 0);
-  EXPECT_LT(r.berr, 1e-14);
 }
 
 }  // namespace

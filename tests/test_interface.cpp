@@ -357,64 +357,6 @@ using SolveFn = void (*)(void **, const int *, const int *, const int *, const i
                          void *, const int *, const int *, int *, const int *, int *, const int *,
                          void *, void *, int *, double *);
 
-TEST(Init, AllSpellingsBehaveTheSame) {
-  const std::pair<const char *, InitFn> inits[] = {
-      {"velmorainit", velmorainit},     {"velmorainit_", velmorainit_},
-      {"VELMORAINIT", VELMORAINIT},     {"VELMORAINIT_", VELMORAINIT_},
-      {"velmorainit_d", velmorainit_d}, {"velmorainit_d_", velmorainit_d_},
-      {"VELMORAINIT_D", VELMORAINIT_D}, {"VELMORAINIT_D_", VELMORAINIT_D_},
-      {"velmorainit_z", velmorainit_z}, {"velmorainit_z_", velmorainit_z_},
-      {"VELMORAINIT_Z", VELMORAINIT_Z}, {"VELMORAINIT_Z_", VELMORAINIT_Z_},
-  };
-  const std::pair<const char *, SolveFn> solves[] = {
-      {"velmora", velmora},       {"velmora_", velmora_},     {"VELMORA", VELMORA},
-      {"VELMORA_", VELMORA_},     {"velmora_d", velmora_d},   {"velmora_d_", velmora_d_},
-      {"VELMORA_D", VELMORA_D},   {"VELMORA_D_", VELMORA_D_}, {"velmora_z", velmora_z},
-      {"velmora_z_", velmora_z_}, {"VELMORA_Z", VELMORA_Z},   {"VELMORA_Z_", VELMORA_Z_},
-  };
-  for (const auto &f : inits) {
-    SCOPED_TRACE(f.first);
-    for (int mtype : {-2, 13}) {
-      Handle pt;
-      pt.fill(reinterpret_cast<void *>(8));
-      IntArray iparm;
-      iparm.fill(-5);
-      DoubleArray dparm;
-      dparm.fill(1.5);
-      int solver = 1, error = 3;
-      f.second(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
-      EXPECT_EQ(error, 0);
-      EXPECT_TRUE(IsEmpty(pt));
-      EXPECT_EQ(iparm, InitDefaults(mtype, 1));
-      EXPECT_EQ(dparm[0], mtype == -2 ? 300.0 : 1.5);
-    }
-  }
-  for (const auto &f : solves) {
-    SCOPED_TRACE(f.first);
-    Solver s(13, Diagonal(3));
-    Args g = s.ArgsFor(-2);
-    f.second(g.pt, g.maxfct, g.mnum, g.mtype, g.phase, g.n, g.a, g.ia, g.ja, g.perm, g.nrhs,
-             g.iparm, g.msglvl, g.b, g.x, g.error, g.dparm);
-    EXPECT_EQ(s.error, 18);
-    EXPECT_EQ(s.ip(1), 23);
-    // the suffix selects nothing: a complex diagonal system through each spelling
-    s.ip(1) = 1;
-    for (int i = 0; i < 3; ++i) {
-      s.a[2 * i] = 0.0;
-      s.a[2 * i + 1] = 2.0;  // 2i
-      s.b[2 * i] = 4.0;
-      s.b[2 * i + 1] = 0.0;
-    }
-    g = s.ArgsFor(13);
-    f.second(g.pt, g.maxfct, g.mnum, g.mtype, g.phase, g.n, g.a, g.ia, g.ja, g.perm, g.nrhs,
-             g.iparm, g.msglvl, g.b, g.x, g.error, g.dparm);
-    EXPECT_EQ(s.error, 0);
-    EXPECT_NEAR(s.x[0], 0.0, 1e-15);
-    EXPECT_NEAR(s.x[1], -2.0, 1e-15);
-    EXPECT_TRUE(IsEmpty(s.pt));
-  }
-}
-
 TEST(Init, ProcessorCountFromEnvironment) {
   const char *old = std::getenv("OMP_NUM_THREADS");
   const std::string saved = old != nullptr ? old : "";
@@ -677,23 +619,7 @@ TEST_P(DiagonalSystem, RowWithTwoEntries) {
   }
 }
 
-TEST_P(DiagonalSystem, OneOffDiagonalEntryPerRowCountsAsDiagonal) {
-  const int mtype = GetParam();
-  const bool cx = IsComplexType(mtype);
-  Pattern p = Diagonal(kN);
-  for (int i = 0; i < kN; ++i) p.ja[static_cast<size_t>(i)] = kN - i;  // anti-diagonal
-  Solver s(mtype, p);
-  Fill(s, 2);
-  s.Call(13);
-  EXPECT_EQ(s.error, 0);
-  ExpectSolution(s.x, kN, 2, cx);
-  EXPECT_TRUE(IsEmpty(s.pt));
-  s.Call(-1);
-  EXPECT_EQ(s.error, 0);
-}
-
 class ComplexDiagonal : public DiagonalSystem {};
-class RealDiagonal : public DiagonalSystem {};
 
 TEST_P(ComplexDiagonal, ZeroNeedsBothParts) {
   const int mtype = GetParam();
@@ -708,28 +634,11 @@ TEST_P(ComplexDiagonal, ZeroNeedsBothParts) {
   EXPECT_EQ(s.error, -5);
 }
 
-TEST_P(RealDiagonal, NegativeValueCountsAsNegative) {
-  const int mtype = GetParam();
-  Solver s(mtype, Diagonal(3));
-  s.a[0] = -1.0;
-  s.a[1] = -2.0;
-  s.a[2] = 3.0;
-  s.Call(12);
-  EXPECT_EQ(s.error, 0);
-  EXPECT_EQ(s.ip(22), 1);
-  EXPECT_EQ(s.ip(23), 2);
-  // a repeated call reports the same counts, it does not add to them
-  s.Call(22);
-  EXPECT_EQ(s.ip(22), 1);
-  EXPECT_EQ(s.ip(23), 2);
-}
-
 std::string TypeName(const testing::TestParamInfo<int> &pi) {
   return pi.param < 0 ? "minus" + std::to_string(-pi.param) : "mtype" + std::to_string(pi.param);
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, DiagonalSystem, testing::ValuesIn(kAllTypes), TypeName);
-INSTANTIATE_TEST_SUITE_P(Types, RealDiagonal, testing::Values(1, 2, -2, 11), TypeName);
 INSTANTIATE_TEST_SUITE_P(Types, ComplexDiagonal, testing::Values(3, 4, -4, 6, 13), TypeName);
 
 // ======================================================================

@@ -188,38 +188,6 @@ TEST(DenseKernel, StopsAtFirstBadPivotAndKeepsIt) {
   EXPECT_NEAR(logdet, expect, 1e-11);
 }
 
-TEST(DenseKernel, UpperHermitianAndArguments) {
-  const int n = 40;
-  std::mt19937 rng(3);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  vector<vm::zcomplex> h(n * n), href;
-  vector<double> up(n * n), lo(n * n);
-  for (int j = 0; j < n; ++j)
-    for (int i = j; i < n; ++i) {
-      const double v = i == j ? n : u(rng);
-      h[i + j * n] = i == j ? vm::zcomplex(n, 0) : vm::zcomplex(u(rng), u(rng));
-      lo[i + j * n] = up[j + i * n] = v;
-    }
-  href = h;
-  int info = 0;
-  double logdet = 0.0;
-  ASSERT_EQ(vm::blas::potrf<vm::zcomplex>('L', n, href.data(), n), 0);
-  vm::dpotf2_logdet<vm::zcomplex>('L', n, h.data(), n, &info, &logdet);
-  ASSERT_EQ(info, 0);
-  for (int j = 0; j < n; ++j)
-    for (int i = j; i < n; ++i) EXPECT_LT(std::abs(h[i + j * n] - href[i + j * n]), 1e-12);
-  vm::dpotf2_logdet<double>('U', n, up.data(), n, &info, nullptr);
-  vm::dpotf2_logdet<double>('L', n, lo.data(), n, &info, nullptr);
-  for (int j = 0; j < n; ++j)
-    for (int i = j; i < n; ++i) EXPECT_NEAR(up[j + i * n], lo[i + j * n], 1e-13);
-  vm::dpotf2_logdet<double>('X', n, lo.data(), n, &info, nullptr);
-  EXPECT_EQ(info, -1);
-  vm::dpotf2_logdet<double>('L', -1, lo.data(), n, &info, nullptr);
-  EXPECT_EQ(info, -2);
-  vm::dpotf2_logdet<double>('L', n, lo.data(), n - 1, &info, nullptr);
-  EXPECT_EQ(info, -4);
-}
-
 // ---- the supernodal loop
 
 TEST(Cholesky, FactorMatchesPermutedMatrixWithEveryKernel) {
@@ -310,41 +278,6 @@ TEST(Cholesky, SchurBlockLeftUnfactored) {
 }
 
 // ---- entry of the numeric factorization
-
-TEST(FactorShell, DispatchTable) {
-  vm::FactorOptions o;
-  auto member = [&](int mtype, int seq, int single = 0, int schur = 0, int dist = 0) {
-    o.mtype = mtype;
-    o.sequential = seq;
-    o.single_precision = single;
-    o.schur_size = schur;
-    o.distributed = dist;
-    return std::string(vm::factor_member_name(vm::select_factor_member(o)));
-  };
-  EXPECT_EQ(member(2, 1), "BLKL_SEQ_VELMORA");
-  EXPECT_EQ(member(2, 0, 1), "BLKL_RISC_VELMORA");
-  EXPECT_EQ(member(-2, 0, 0, 5), "BLKLDL_SEQ_VELMORA");
-  EXPECT_EQ(member(-2, 0, 0, 0, 1), "BLKLDL_MPP_ENTRY_VELMORA");
-  EXPECT_EQ(member(-2, 0, 1), "BLKLDL_32_RISC_VELMORA");
-  EXPECT_EQ(member(4, 1, 1), "CH_BLKL_SEQ_VELMORA");
-  EXPECT_EQ(member(6, 0), "C_BLKLDL_RISC_VELMORA");
-  EXPECT_EQ(member(3, 1, 1), "C_BLKLU_SEQ_VELMORA");
-  EXPECT_EQ(member(11, 1, 1), "BLKLU_32_UNSYM_SEQ_VELMORA");
-  EXPECT_EQ(member(13, 0), "C_BLKLU_UNSYM_RISC_VELMORA");
-  EXPECT_EQ(member(2, 2), "");
-}
-
-TEST(FactorShell, Threshold) {
-  EXPECT_EQ(vm::pivot_threshold(0), 0.0);
-  EXPECT_NEAR(vm::pivot_threshold(-8), 1e-8, 1e-20);
-  // Only the first row after its first entry counts; row 2 is ignored.
-  const vector<int> ia = {1, 4, 6, 7};
-  const vector<double> big = {1.0, -400.0, 9.0, 1e6, 1e6, 1.0}, small = {1.0, 0.25, 0.0, 9, 9, 1};
-  EXPECT_DOUBLE_EQ(vm::fit_threshold(1e-8, 3, ia.data(), big.data()), 1e-8 / 20);
-  EXPECT_DOUBLE_EQ(vm::fit_threshold(1e-8, 3, ia.data(), small.data()), 1e-8 * 0.5);
-  const vector<int> single = {1, 2, 4, 5};
-  EXPECT_DOUBLE_EQ(vm::fit_threshold(1e-8, 3, single.data(), big.data()), 1e-8);
-}
 
 TEST(FactorShell, RunsTheCholeskyMembersAndRefusesTheMissingOnes) {
   const testmat::Csr a = testmat::grid_laplacian(9, 7, 1, true);

@@ -297,37 +297,6 @@ TEST(LdlKernels, DiagonalPivotSearchAndPerturbation) {
     }
 }
 
-TEST(LdlKernels, ArgumentChecks) {
-  vector<double> a(16, 1.0), b(16, 1.0);
-  vector<int> ipiv(4, 1);
-  int info = 0, z = 0;
-  auto getf2 = [&](int m, int n, int lda) {
-    vm::dgetf2_diagpiv<double>(m, n, a.data(), lda, ipiv.data(), &info, &z, &z, &z, 0.0);
-    return info;
-  };
-  EXPECT_EQ(getf2(-1, 4, 4), -1);
-  EXPECT_EQ(getf2(4, -1, 4), -2);
-  EXPECT_EQ(getf2(4, 4, 3), -4);
-  auto sytf2 = [&](char uplo, int n, int lda) {
-    vm::dsytf2_pert<double>(uplo, n, a.data(), lda, ipiv.data(), &info, &z, &z, &z, 0.0);
-    return info;
-  };
-  EXPECT_EQ(sytf2('U', 4, 4), -1);
-  EXPECT_EQ(sytf2('L', -1, 4), -2);
-  EXPECT_EQ(sytf2('L', 4, 3), -4);
-  auto sytrs = [&](char uplo, int n, int nrhs, int lda, int ldb) {
-    vm::dsytrs_half<double>(uplo, n, nrhs, a.data(), lda, ipiv.data(), b.data(), ldb, &info);
-    return info;
-  };
-  EXPECT_EQ(sytrs('X', 4, 1, 4, 4), -1);
-  EXPECT_EQ(sytrs('L', -1, 1, 4, 4), -2);
-  EXPECT_EQ(sytrs('L', 4, -1, 4, 4), -3);
-  EXPECT_EQ(sytrs('L', 4, 1, 3, 4), -5);
-  EXPECT_EQ(sytrs('L', 4, 1, 4, 3), -8);
-  EXPECT_EQ(a, vector<double>(16, 1.0));
-  EXPECT_EQ(b, vector<double>(16, 1.0));
-}
-
 // ---- the supernodal loop and the solve
 
 // KKT matrix [[H, J^T], [J, 0]]: H the 5-point Laplacian of an m x m grid,

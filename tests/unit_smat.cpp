@@ -1,4 +1,4 @@
-// White-box tests of the analysis layer's sparse records (smat, perm, bitvec)
+// White-box tests of the analysis layer's sparse records (smat and perm)
 // and of the iterative layer's log file.
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <complex>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <numeric>
 #include <random>
@@ -14,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "analysis/bitvec.h"
 #include "analysis/perm.h"
 #include "analysis/smat.h"
 #include "mm_read.h"
@@ -237,33 +235,6 @@ TEST(SmatChecks, BrokenMatricesAreCaught) {
 
 // ------------------------------------------------------------- row sort
 
-TEST(SmatSort, LongRowsCarryTheirValues) {
-  std::mt19937 rng(7);
-  for (int is_complex : {0, 1}) {
-    for (uint32_t len : {41u, 100u, 7000u}) {
-      Dense D(1, len);
-      for (uint32_t j = 0; j < len; ++j) D.at(0, j) = cplx(j * 1.5, is_complex ? -1.0 * j : 0.0);
-      std::fill(D.count.begin(), D.count.end(), 1);
-      smat *A = from_dense(D, false, is_complex, true);
-      shuffle_rows(A, rng);
-      smat_sort_rows(A, 1);
-      expect_matches(A, D);
-      // Pattern-only sort leaves the values where they were.
-      shuffle_rows(A, rng);
-      const std::vector<double> before(A->a, A->a + len * (is_complex + 1));
-      smat_sort_row(A, 0, 0);
-      EXPECT_TRUE(std::is_sorted(A->ja, A->ja + len));
-      EXPECT_TRUE(std::equal(before.begin(), before.end(), A->a));
-      smat_free(A);
-    }
-  }
-  ivec heavy(5000), ia{0, 5000};  // many equal columns
-  for (pint &c : heavy) c = static_cast<pint>(rng() % 5);
-  smat R{1, 5, 5000, 0, 0, ia.data(), heavy.data(), nullptr};
-  smat_sort_row(&R, 0, 1);
-  EXPECT_TRUE(std::is_sorted(heavy.begin(), heavy.end()));
-}
-
 // -------------------------------------------- symmetric structure, transpose
 
 // Expanding U (rows shuffled first when rng is given) gives the full
@@ -328,93 +299,7 @@ TEST(SmatSymmetric, ExpandThenCompressGivesBackRealMatrices) {
   }
 }
 
-TEST(SmatTranspose, MatchesDenseTransposeAndColumnIndex) {
-  std::mt19937 rng(3);
-  for (int is_complex : {0, 1}) {
-    for (bool values : {true, false}) {
-      const Dense D = random_dense(7, 12, 0.3, false, false, is_complex, rng);
-      smat *A = from_dense(D, false, is_complex, values), *T = smat_copy_trans(A);
-      Dense DT(12, 7);
-      for (uint32_t p = 0; p < 7 * 12; ++p) {
-        DT.at(p % 12, p / 12) = D.v[p], DT.cnt(p % 12, p / 12) = D.count[p];
-      }
-      EXPECT_EQ(T->is_complex, is_complex);
-      EXPECT_EQ(T->a == nullptr, !values);
-      expect_matches(T, DT);
-      // The column index lists the same entries, rows ascending in a column.
-      smat_colindex *ci = smat_colindex_new(A);
-      for (pint j = 0; j < 12; ++j) {
-        for (pint t = ci->col_start[j]; t < ci->col_start[j + 1]; ++t) {
-          EXPECT_EQ(ci->row[t], T->ja[t]);
-          EXPECT_EQ(A->ja[ci->pos[t]], j);
-        }
-      }
-      smat_colindex_free(ci);
-      smat_free(A);
-      smat_free(T);
-    }
-  }
-}
-
 // ------------------------------------------------------- add, scale, permute
-
-TEST(SmatAdd, MatchesDenseSum) {
-  std::mt19937 rng(13);
-  for (int is_complex : {0, 1}) {
-    for (int kind = 0; kind < 4; ++kind) {  // gen+gen, sym+sym, sym+gen, gen+sym
-      const bool sa = kind == 1 || kind == 2, sb = kind == 1 || kind == 3;
-      const Dense DA = random_dense(45, 45, 0.5, sa, false, is_complex, rng);
-      const Dense DB = random_dense(45, 45, 0.5, sb, false, is_complex, rng);
-      smat *A = from_dense(DA, sa, is_complex, true), *B = from_dense(DB, sb, is_complex, true);
-      shuffle_rows(A, rng);
-      shuffle_rows(B, rng);
-      smat *C = smat_add(A, B);
-      Dense sum(45, 45);
-      for (size_t p = 0; p < sum.v.size(); ++p) {
-        sum.v[p] = DA.v[p] + DB.v[p], sum.count[p] = DA.count[p] + DB.count[p];
-      }
-      EXPECT_EQ(C->sym, sa && sb ? 1 : 0);
-      EXPECT_EQ(C->is_complex, is_complex);
-      expect_matches(C, sa && sb ? upper_of(sum) : sum);
-      smat *P = smat_copy_pattern(B);
-      smat *Q = smat_add(A, P);  // values only when both operands have them
-      EXPECT_EQ(Q->a, nullptr);
-      EXPECT_EQ(Q->nnz, C->nnz);
-      for (smat *X : {A, B, C, P, Q}) smat_free(X);
-    }
-  }
-}
-
-TEST(SmatAdd, RepeatedColumnsAreSummed) {
-  smat *A = smat_new_from(2, 4, owned(ivec{0, 3, 4}), owned(ivec{3, 0, 3, 1}),
-                          owned(std::vector<double>{1, 2, 4, 8}), 0, 0);
-  smat *C = smat_add(A, A);
-  EXPECT_EQ(ivec(C->ia, C->ia + 3), (ivec{0, 2, 3}));
-  EXPECT_EQ(ivec(C->ja, C->ja + 3), (ivec{0, 3, 1}));
-  EXPECT_EQ(std::vector<double>(C->a, C->a + 3), (std::vector<double>{4, 10, 16}));
-  smat_free(A);
-  smat_free(C);
-}
-
-TEST(SmatScale, PlainAndLogarithmic) {
-  std::mt19937 rng(19);
-  const double r[] = {1, 2, 3, 4, 5, 6}, c[] = {0.5, -1, 2, 0.25};
-  for (int is_complex : {0, 1}) {
-    const Dense D = random_dense(6, 4, 0.5, false, false, is_complex, rng);
-    smat *A = from_dense(D, false, is_complex, true), *L = smat_copy(A);
-    smat_scale(A, r, c);
-    smat_scale_log(L, r, c);
-    Dense S = D, SL = D;
-    for (uint32_t p = 0; p < 24; ++p) {
-      S.v[p] *= r[p / 4] * c[p % 4];
-      SL.v[p] *= std::exp(r[p / 4] + c[p % 4]);
-    }
-    expect_matches(A, S);
-    expect_matches(L, SL);
-    smat_free(A);
-    smat_free(L);
-  }
-}
 
 TEST(SmatPermSym, MatchesDensePermutation) {
   std::mt19937 rng(17);
@@ -443,7 +328,7 @@ TEST(SmatPermSym, MatchesDensePermutation) {
   }
 }
 
-// ---------------------------------------------------------- perm, bitvec
+// ------------------------------------------------------------------ perm
 
 TEST(Perm, InvertComposeReverseEqual) {
   std::mt19937 rng(23);
@@ -491,54 +376,7 @@ TEST(Perm, ConsistencyMessages) {
   perm_free(P);
 }
 
-TEST(Bitvec, WordsAndOperations) {
-  for (uint32_t size : {0u, 32u, 33u}) {
-    bitvec *bv = bitvec_new(size);
-    EXPECT_EQ(bv->nwords, size == 33 ? 2u : 1u);
-    for (uint32_t w = 0; w < bv->nwords; ++w) EXPECT_EQ(bv->bits[w], 0u);
-    bitvec_free(bv);
-  }
-  bitvec *bv = bitvec_new(33), *copy = bitvec_new(33), *small = bitvec_new(5);
-  for (uint32_t bit : {32u, 1u, 5u}) bitvec_set(bv, bit);
-  bitvec_clear(bv, 5);
-  EXPECT_EQ(bv->bits[1], 1u);
-  EXPECT_EQ(bitvec_test(bv, 5), 0);
-  EXPECT_EQ(bitvec_test(bv, 1), 1);
-  ivec reversed(33);
-  for (pint i = 0; i < 33; ++i) reversed[i] = 32 - i;
-  perm *P = make_perm(reversed);
-  bitvec *moved = bitvec_permuted_copy(bv, P);
-  EXPECT_EQ(moved->bits[0], (1u << 31) | 1u);
-  EXPECT_EQ(moved->bits[1], 0u);
-  bitvec_permute(bv, P);
-  bitvec_copy(copy, bv);
-  EXPECT_TRUE(std::equal(copy->bits, copy->bits + 2, moved->bits));
-  bitvec_clear_word(bv, 3);  // the whole first word
-  EXPECT_EQ(bv->bits[0], 0u);
-  bitvec_set(small, 1), bitvec_set(small, 3);
-  testing::internal::CaptureStdout();
-  bitvec_print(small, stdout);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "[01010]\n");
-  for (bitvec *X : {bv, copy, small, moved}) bitvec_free(X);
-  perm_free(P);
-}
-
 // ------------------------------------------------------ reader, log, misuse
-
-TEST(MatrixMarketReader, RefusesBrokenFilesAndReadsEmptyOnes) {
-  for (const char *name : {"mangle1.mtx", "mangle2.mtx", "mangle3.mtx", "mangle4.mtx",
-                           "mangled5.mtx", "mangled8.mtx", "mangled9.mtx"}) {
-    mm::Triplets t;
-    std::string error;
-    EXPECT_FALSE(mm::read(std::string(VELMORA_MATRIX_DIR) + "/" + name, &t, &error)) << name;
-  }
-  for (const char *name : {"a0.mtx", "empty.mtx"}) {
-    smat *A = load(name);
-    ASSERT_NE(A, nullptr);
-    EXPECT_EQ(A->nnz, 0u);
-    smat_free(A);
-  }
-}
 
 TEST(QuorLog, LevelDecidesWhatReachesTheFile) {
   // A private folder: other tests may write the log of the build folder.
@@ -562,68 +400,6 @@ TEST(QuorLog, LevelDecidesWhatReachesTheFile) {
   EXPECT_EQ(chdir(old), 0);
   rmdir(dir);
   std::free(old);
-}
-
-TEST(SmatFree, NullOnlyPrints) {
-  testing::internal::CaptureStderr();
-  smat_free(nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Trying to free NULL matrix.\n");
-}
-
-// The assertion line for `text` in `family`, as a regular expression.
-std::string assertion(const std::string &text, const std::string &family) {
-  std::string re = "Assertion \"";
-  for (char ch : text) {
-    if (std::strchr("\\^$.|?*+()[]{}", ch) != nullptr) re += '\\';
-    re += ch;
-  }
-  return re + "\" failed in " + family;
-}
-
-#define EXPECT_ASSERTION(statement, text, family) EXPECT_DEATH(statement, assertion(text, family))
-
-TEST(SparseDeathTest, EveryReachableAssertionStops) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  smat *A = smat_new(2, 3, 0), *B = smat_new(3, 3, 0), *C = smat_new(2, 2, 0);
-  smat *Z = smat_new(2, 3, 0);
-  Z->is_complex = 1;
-  perm *P2 = make_perm({1, 0}), *P3 = make_perm({0, 1, 2});
-  bitvec *bv = bitvec_new(33), *b2 = bitvec_new(2);
-  ivec ia1{1, 1}, ia0{0, 1}, ja{0};
-  smat one_based{1, 1, 0, 0, 0, ia1.data(), nullptr, nullptr};
-  smat wrong_count{1, 1, 0, 0, 0, ia0.data(), ja.data(), nullptr};
-  const pint r[] = {0, 3}, c[] = {0, 0};
-  EXPECT_ASSERTION(smat_new_from(1, 1, owned(ivec{2, 3}), nullptr, nullptr, 0, 1),
-                   "mat->ia[0] == 1", "smat");
-  EXPECT_ASSERTION(smat_new_from(1, 1, owned(ivec{0, 0}), nullptr, nullptr, 0, 2),
-                   "base_index == 0 || base_index == 1", "smat");
-  EXPECT_ASSERTION(smat_new_from(1, 1, owned(ivec{0, 0}), nullptr, nullptr, 4, 0),
-                   "type == 0 || type == 1 || type == 2 || type == 3", "smat");
-  EXPECT_ASSERTION(smat_to_one_base(&one_based), "mat->ia[0] == 0", "smat");
-  EXPECT_ASSERTION(smat_to_one_base(&wrong_count), "(pint) mat->nnz == mat->ia[mat->m]-1", "smat");
-  EXPECT_ASSERTION(smat_new_from_coord(3, 2, r, c, nullptr, nullptr, 0),
-                   "triplet row and column within the matrix", "smat");
-  EXPECT_ASSERTION(smat_copy_trans(nullptr), "A != NULL", "smat");
-  EXPECT_ASSERTION(smat_add(A, B), "A->m == B->m", "smat");
-  EXPECT_ASSERTION(smat_add(A, C), "A->n == B->n", "smat");
-  EXPECT_ASSERTION(
-      smat_add(A, Z),
-      "(B->is_complex == 0 && A->is_complex == 0) || (B->is_complex == 1 && A->is_complex == 1)",
-      "smat");
-  EXPECT_ASSERTION(smat_perm_sym(B, P2, 1), "src->m == perm->n", "smat");
-  EXPECT_ASSERTION(smat_perm_sym(A, P2, 1), "src->n == perm->n", "smat");
-  EXPECT_ASSERTION(bitvec_test(bv, 33), "bit < bv->size", "bitvec");
-  EXPECT_ASSERTION(bitvec_clear(b2, 2), "bit < bv->size", "bitvec");
-  EXPECT_ASSERTION(bitvec_permuted_copy(bv, P3), "src->size == perm->n", "bitvec");
-  EXPECT_ASSERTION(bitvec_copy(bv, b2), "dst->size == src->size", "bitvec");
-  EXPECT_ASSERTION(perm_equal(P2, P3), "perm1->n == perm2->n", "perm");
-  EXPECT_ASSERTION(perm_compose(P2, P3), "p1->n == p2->n", "perm");
-  EXPECT_ASSERTION(perm_fill(nullptr, 0), "perm != NULL", "perm");
-  EXPECT_ASSERTION(perm_identity(nullptr), "perm", "perm");
-  EXPECT_ASSERTION(perm_copy(nullptr, nullptr), "src != NULL", "perm");
-  for (smat *X : {A, B, C, Z}) smat_free(X);
-  for (perm *X : {P2, P3}) perm_free(X);
-  for (bitvec *X : {bv, b2}) bitvec_free(X);
 }
 
 }  // namespace

@@ -516,12 +516,6 @@ TEST(SymbolicEdge, DenseOrder200Width128) {
             200.0 * 201.0 * 401.0 / 6.0);
 }
 
-TEST(SymbolicEdge, BadArguments) {
-  const Graph g = path_graph(4);
-  Analysis a = run_sfinit(g, make_perm(4, Order::kNatural), 80, 5);
-  EXPECT_EQ(a.sfinit_status, vm::kSymbolicBadArgument);
-}
-
 // ---------------------------------------------------------------------------
 // Failures of REORDER2.
 
