@@ -345,38 +345,4 @@ TEST(Solve, PartialSolve) {
   }
 }
 
-// General matrices: position i is row q(perm(i)) and column perm(i) of
-// Dr A Dc.  Gather, a dense solve with that matrix (or its transpose) and
-// scatter answer A x = b (or A^T x = b).
-TEST(GatherScatter, GeneralScalingAndTranspose) {
-  const int n = 7, one = 1;
-  const vector<int> perm{3, 7, 1, 5, 2, 6, 4}, q{2, 1, 4, 3, 7, 5, 6};
-  const auto scale = random_vector(2 * n, 0.5, 2.0, 1);
-  auto A = random_vector(n * n, -1, 1, 2);
-  for (int i = 0; i < n; ++i) A[i + i * n] += n;
-  const auto b = random_vector(n, -1, 1, 3);
-  for (int transposed : {0, 1}) {
-    vector<double> z(n), x(n, 7.0), B(n * n);
-    vm::PSOL_FWGATH_VELMORA<double>(transposed, n, 11, 1, b.data(), z.data(), perm.data(), q.data(),
-                                    scale.data(), nullptr, 1, 0, 0, n, 0);
-    for (int i = 0; i < n; ++i)
-      for (int l = 0; l < n; ++l) {
-        const int r = q[perm[i] - 1] - 1, c = perm[l] - 1;
-        const double v = scale[n + r] * A[r + c * n] * scale[c];
-        B[transposed ? l + i * n : i + l * n] = v;
-      }
-    vector<int> ipiv(n);
-    int info = 0;
-    dgesv_(&n, &one, B.data(), &n, ipiv.data(), z.data(), &n, &info);
-    ASSERT_EQ(info, 0);
-    vm::PSOL_BWSCAT_VELMORA<double>(transposed, 0, n, 11, 1, nullptr, z.data(), x.data(),
-                                    perm.data(), q.data(), scale.data(), nullptr, 1, 0, 0, n, 0);
-    for (int i = 0; i < n; ++i) {
-      double r = -b[i];
-      for (int j = 0; j < n; ++j) r += (transposed ? A[j + i * n] : A[i + j * n]) * x[j];
-      EXPECT_NEAR(r, 0.0, 1e-13) << "transposed " << transposed;
-    }
-  }
-}
-
 }  // namespace

@@ -536,14 +536,6 @@ TEST(SymbolicFailure, LnzLimitGivesMinus20) {
   EXPECT_EQ(a.r2_status, vm::kSymbolicOk);
 }
 
-TEST(SymbolicFailure, LindxTooSmallGivesMinus20) {
-  const Graph g = grid2d(6, 6);
-  Analysis a = run_sfinit(g, make_perm(36, Order::kNatural), 80);
-  a.nsub -= 1;  // the caller allocated one entry less than needed
-  run_reorder2(g, &a, 0);
-  EXPECT_EQ(a.r2_status, vm::kSymbolicLimit);
-}
-
 TEST(SymbolicFailure, RowListNotClosingGivesMinus2) {
   const Graph g = grid2d(6, 6);
   {
