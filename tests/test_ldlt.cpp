@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -95,24 +96,32 @@ double backward_error(const testmat::Csr &m, const std::vector<double> &x,
 struct Result {
   int error, pos, neg, perturbed, steps;
   double berr;
+  int subgraphs;  // "# of independent subgraphs" of the report
 };
 
-Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0) {
+Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0, int threads = 0) {
   std::array<void *, 64> pt{};
   std::array<int, 64> iparm{};
   std::array<double, 64> dparm{};
-  int mtype = -2, solver = 0, error = 0, maxfct = 1, mnum = 1, nrhs = 1, msglvl = 0, n = m.n;
+  int mtype = -2, solver = 0, error = 0, maxfct = 1, mnum = 1, nrhs = 1, msglvl = 1, n = m.n;
   velmorainit(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
   iparm[20] = pivoting;
   iparm[1] = ordering;
   iparm[12] = matching;
+  iparm[2] = threads;
   std::vector<double> a = m.a, b(n), x(n);
   for (int i = 0; i < n; ++i) b[i] = std::sin(0.3 * i) + 0.5;
   std::vector<int> perm(n);
   int phase = 13;
+  testing::internal::CaptureStdout();
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
           perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
-  Result r{error, iparm[21], iparm[22], iparm[13], iparm[6], backward_error(m, x, b)};
+  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string label = "# of independent subgraphs:";
+  const size_t at = out.find(label);
+  const int subgraphs = at == std::string::npos ? -1 : std::atoi(out.c_str() + at + label.size());
+  Result r{error, iparm[21], iparm[22], iparm[13], iparm[6], backward_error(m, x, b), subgraphs};
+  msglvl = 0;
   phase = -1;
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
           perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
@@ -150,14 +159,22 @@ TEST(Indefinite, SymmetricMatchingKeepsPairsTogether) {
                                 std::pair{std::string("KKT 20x20, 150"), kkt(20, 150, 5)}}) {
     const auto want = dense_inertia(m);
     for (int ordering : {2, 3, 4}) {
-      SCOPED_TRACE(name + " ordering " + std::to_string(ordering));
-      const Result with = solve(m, 1, ordering, 1);
-      const Result without = solve(m, 1, ordering, 0);
-      ASSERT_EQ(with.error, 0);
-      EXPECT_EQ(with.pos, want.first);
-      EXPECT_EQ(with.neg, want.second);
-      EXPECT_LT(with.berr, 1e-14);
-      EXPECT_LT(with.perturbed, without.perturbed);
+      for (int threads : {1, 2}) {
+        SCOPED_TRACE(name + " ordering " + std::to_string(ordering) + " threads " +
+                     std::to_string(threads));
+        const Result with = solve(m, 1, ordering, 1, threads);
+        const Result without = solve(m, 1, ordering, 0, threads);
+        ASSERT_EQ(with.error, 0);
+        EXPECT_EQ(with.pos, want.first);
+        EXPECT_EQ(with.neg, want.second);
+        EXPECT_LT(with.berr, 1e-14);
+        EXPECT_LT(with.perturbed, without.perturbed);
+        // Nested dissection of the compressed graph splits it for the
+        // threads, as it does the plain graph.
+        const bool split = ordering != 4 && threads > 1;
+        EXPECT_EQ(with.subgraphs > 1, split) << with.subgraphs;
+        EXPECT_EQ(with.subgraphs, without.subgraphs);
+      }
     }
   }
 }

@@ -266,4 +266,41 @@ int run_symmetric_matching(int mtype, int n, const int *ia, const int *ja, const
   return 0;
 }
 
+std::int64_t kept_matching_bytes(int n, int max_domains) {
+  const std::int64_t words = (std::int64_t{n} + 31) / 32;
+  return 4 * (std::int64_t{n} + words + 1 + 2 * std::int64_t{std::max(max_domains, 1)});
+}
+
+KeptSymmetricMatching kept_matching_view(void *block, int n) {
+  KeptSymmetricMatching v{};
+  v.perm = static_cast<int *>(block);
+  v.pivots = reinterpret_cast<std::uint32_t *>(v.perm + n);
+  v.ndom = reinterpret_cast<int *>(v.pivots + (std::int64_t{n} + 31) / 32);
+  v.domains = v.ndom + 1;
+  return v;
+}
+
+void keep_symmetric_matching(const SymmetricMatching &out, int n, void *block) {
+  const KeptSymmetricMatching v = kept_matching_view(block, n);
+  const std::int64_t words = (std::int64_t{n} + 31) / 32;
+  std::copy(out.pivots->bits, out.pivots->bits + words, v.pivots);
+  // Domains of a nested dissection of the compressed graph, in pivot
+  // positions; anything else (one domain, or a list that does not fit in
+  // 1..n in increasing order) leaves the matrix one domain.
+  const int nd = out.ddist != nullptr ? out.ndom : 0;
+  bool sound = nd >= 2;
+  for (int d = 0; sound && d < nd; ++d) {
+    const int first = out.ddist->p[2 * d], last = out.ddist->p[2 * d + 1];
+    const int prev_last = d > 0 ? out.ddist->p[2 * d - 1] : -1;
+    sound = first > prev_last && first <= last && last < n;
+  }
+  *v.ndom = sound ? nd : 1;
+  if (!sound) {
+    v.domains[0] = 1;
+    v.domains[1] = n;
+    return;
+  }
+  for (int k = 0; k < 2 * nd; ++k) v.domains[k] = out.ddist->p[k] + 1;
+}
+
 }  // namespace vm

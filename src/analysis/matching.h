@@ -7,6 +7,8 @@
 #ifndef VELMORA_ANALYSIS_MATCHING_H
 #define VELMORA_ANALYSIS_MATCHING_H
 
+#include <cstdint>
+
 struct bitvec;
 struct perm;
 struct smat;
@@ -74,6 +76,32 @@ struct SymmetricMatching {
 int run_symmetric_matching(int mtype, int n, const int *ia, const int *ja, const double *a,
                            int nschur, const int *match_perm, int ordering, int parallel_nd,
                            int fill, SymmetricMatching *out);
+
+// What a symmetric matching leaves for the rest of the analysis and for the
+// numeric phases, kept in one block of the handle until the next analysis:
+//   perm     n ints, one-based: perm(k) is the original index of pivot k
+//   pivots   (n+31)/32 words: bit k set, pivot k is 1x1; clear, pivots k
+//            and k+1 form a 2x2 candidate
+//   ndom     the number of domains of the ordering (1 when it has none)
+//   domains  ndom one-based (first, last) pairs of pivot positions; a 2x2
+//            pair never straddles two domains
+struct KeptSymmetricMatching {
+  int *perm;
+  std::uint32_t *pivots;
+  int *ndom;
+  int *domains;
+};
+
+// Bytes of the block for n unknowns and at most max_domains domains.
+std::int64_t kept_matching_bytes(int n, int max_domains);
+
+// The arrays inside a block of kept_matching_bytes(n, ...) bytes.
+KeptSymmetricMatching kept_matching_view(void *block, int n);
+
+// Stores pivots and domains of `out` into the block (out->perm is already
+// the block's perm array).  out->ndom must not exceed the max_domains the
+// block was sized for.
+void keep_symmetric_matching(const SymmetricMatching &out, int n, void *block);
 
 }  // namespace vm
 

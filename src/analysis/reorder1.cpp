@@ -77,7 +77,8 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 }
 
 int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,
-                     const int *mask, ControlBlock *cb, const Reorder1Arrays &a) {
+                     const int *given_domains, const int *mask, ControlBlock *cb,
+                     const Reorder1Arrays &a) {
   ControlState &s = cb->s;
 
   double t0 = omp_get_wtime();
@@ -94,13 +95,22 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   int status = 0;
   if (s.perm_mode >= 1 || s.sym_matched) {
     status = take_user_perm(n, user_perm, a.perm, a.work);
+    // A symmetric matching ordered its compressed graph by nested
+    // dissection: its domains hold whole 2x2 pairs and are taken as they
+    // come (never more than the list was sized for).
+    if (status == 0 && given_domains && s.sym_matched && given_domains[0] >= 2 &&
+        given_domains[0] <= s.target_domains) {
+      ndom = given_domains[0];
+      std::copy(given_domains + 1, given_domains + 1 + 2 * ndom, a.domains);
+    }
   } else {
     status = run_ordering(n, cb, a, s.target_domains, &ndom);
   }
   debug_dump_array("invp after sssord", a.invp, n, 4);
   debug_dump_array("perm after sssord", a.perm, n, 4);
   if (status != 0) return status;
-  const bool dissection = s.perm_mode < 1 && !s.sym_matched && (s.ordering == 2 || s.ordering == 3);
+  const bool dissection =
+      s.perm_mode < 1 && (s.sym_matched ? ndom >= 2 : (s.ordering == 2 || s.ordering == 3));
 
   // Domains: nested dissection hands its subgraphs over; everything else,
   // and any partial solve, is one domain.

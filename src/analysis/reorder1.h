@@ -35,7 +35,10 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 // REORDER1_VELMORA
 //   in:  n; ia, ja (the pattern, one-based); rowmap (n, one-based: row i of
 //        the graph's matrix is row rowmap(i) of A; null for the identity);
-//        user_perm (the caller's ordering, read when perm_mode >= 1); mask
+//        user_perm (the caller's ordering, read when perm_mode >= 1, or the
+//        order of a symmetric matching); given_domains (with the order of a
+//        symmetric matching: its domain count, then that many one-based
+//        (first, last) pairs of positions; null otherwise); mask
 //        (the partial-solve marks, read when sparse_rhs > 0); cb: ordering,
 //        nthreads, nnodes, perm_mode, schur_size, sparse_rhs, panel_size,
 //        mmd_on_separator, mtype
@@ -45,7 +48,8 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 // Returns 0, kReorderBadUserPerm, kReorderOverflow, or the nonzero status
 // of the ordering routine (1: out of memory inside METIS or AMD).
 int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,
-                     const int *mask, ControlBlock *cb, const Reorder1Arrays &a);
+                     const int *given_domains, const int *mask, ControlBlock *cb,
+                     const Reorder1Arrays &a);
 
 }  // namespace vm
 

@@ -14,6 +14,7 @@
 
 #include "analysis/amap.h"
 #include "analysis/ladj_mod.h"
+#include "analysis/matching.h"
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
 #include "interface/memory.h"
@@ -96,9 +97,15 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
                           ? static_cast<const int *>(pt_slot(pt, kPtMatching))
                           : nullptr;
   // The order of a symmetric matching is taken as given, like a caller's.
-  const int *given =
-      cb->s.sym_matched ? static_cast<const int *>(pt_slot(pt, kPtSymMatching)) : c.perm;
-  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, given, c.perm, cb, a);
+  // Its domains come with it.
+  const int *given = c.perm;
+  const int *given_domains = nullptr;
+  if (cb->s.sym_matched) {
+    const KeptSymmetricMatching kept = kept_matching_view(pt_slot(pt, kPtSymMatching), n);
+    given = kept.perm;
+    given_domains = kept.ndom;
+  }
+  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, given, given_domains, c.perm, cb, a);
   if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
   return status;
 }
