@@ -417,8 +417,11 @@ TEST(Complex, HermitianNonPositivePivotIsReported) {
     msglvl = 0;
     call(-1);
   }
-  // The same matrix as Hermitian indefinite goes through.
-  expect_solved("indefinite Hermitian grid", -4, m, 1e-14);
+  // The same matrix as Hermitian indefinite goes through, with the
+  // matching: ordered without it (one thread), some pivots of the diagonal
+  // blocks come out near 1e-12, and their perturbation to the threshold is
+  // a change that refinement cannot undo.
+  expect_solved("indefinite Hermitian grid", -4, m, 1e-14, {{13, 1}});
 }
 
 TEST(Complex, HermitianIndefiniteInBothPivotModes) {
@@ -430,7 +433,11 @@ TEST(Complex, HermitianIndefiniteInBothPivotModes) {
       // large separators: updates split along long runs of target rows
       {"Hermitian grid 12x12x12, diagonal 0.5", hermitian_grid(12, 12, 12, 0.5)}};
   for (const auto &[name, m] : cases)
-    for (int pivoting : {0, 1}) expect_solved(name, -4, m, 1e-14, {{21, pivoting}});
+    // No pivot is perturbed, so nothing is refined: the backward error of
+    // the plain solve is a few 1e-14 and moves with the ordering (thread
+    // count) and the BLAS kernels.  A wrong pivot or a lost update lands
+    // far above 1e-12.
+    for (int pivoting : {0, 1}) expect_solved(name, -4, m, 1e-12, {{21, pivoting}});
 }
 
 TEST(Complex, HermitianSymmetricMatching) {

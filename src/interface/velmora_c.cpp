@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "analysis/bitvec.h"
+#include "analysis/domains.h"
 #include "analysis/matching.h"
 #include "analysis/perm.h"
 #include "interface/check_input_fc.h"
@@ -204,9 +205,12 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
   const int n = *c.n;
   const std::int64_t rows = std::int64_t{n} * (std::int64_t{cb->factor_rows} + 1);
+  // The ordering of the compressed graph splits it into one domain per
+  // thread, as the plain ordering would; a partial solve keeps one.
+  const int target = s.sparse_rhs > 0 ? 1 : domain_target(n, s.nthreads, s.nnodes);
   if (analysis_group(c, cb, kPtMatching, 4 * rows, -403, f) != 0 ||
       analysis_group(c, cb, kPtScaling, 16 * std::int64_t{n}, -404, f) != 0 ||
-      analysis_group(c, cb, kPtSymMatching, 4 * std::int64_t{n}, -400, f) != 0)
+      analysis_group(c, cb, kPtSymMatching, kept_matching_bytes(n, target), -400, f) != 0)
     return -1;
   int *match = static_cast<int *>(pt_slot(c.pt, kPtMatching));
   double *scale = static_cast<double *>(pt_slot(c.pt, kPtScaling));
@@ -223,7 +227,7 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   }
   SymmetricMatching out{};
   out.perm = static_cast<int *>(pt_slot(c.pt, kPtSymMatching));
-  out.target = 1;
+  out.target = target;
   // iparm(13) 2 and 4: both rows of every pair get one pattern (the filled
   // structure Af), so that a pair always stays in one supernode.  Af is
   // built on rows that hold their diagonal; without it the pairs are only
@@ -234,6 +238,8 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   const int fill = (s.matching_mode == 2 || s.matching_mode == 4) && every_diagonal ? 1 : 0;
   run_symmetric_matching(s.mtype, n, c.ia, c.ja, static_cast<const double *>(c.a), s.schur_size,
                          match, s.ordering, ip(c.iparm, 28), fill, &out);
+  // The pivot kinds and the domains stay in pt(15) beside the order.
+  keep_symmetric_matching(out, n, pt_slot(c.pt, kPtSymMatching));
   if (out.pivots) bitvec_free(out.pivots);
   if (out.ddist) perm_free(out.ddist);
   int failed = 0;
@@ -381,7 +387,10 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
   // refinement, whose right-hand side lives in pt(11) only.
   int code = 0, st = kStageNumeric;
   if (factor) {
-    if (grow_work(c, cb, numeric_work_bytes(c, cb, true, false), f) != 0) return f->result;
+    // The work group takes the solve's share too, for the right-hand sides
+    // of this call, so that solves after a factorization find it big enough.
+    const bool rhs_known = c.nrhs != nullptr && *c.nrhs >= 1;
+    if (grow_work(c, cb, numeric_work_bytes(c, cb, true, rhs_known), f) != 0) return f->result;
     int factor_phase = phase / 10 * 10 + 2;
     CallArgs cf = c;
     cf.phase = &factor_phase;
