@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "matrix_folder.h"
 #include "mm_read.h"
 
 namespace {
@@ -304,6 +305,7 @@ void ExpectStatistics(const char *file, int mtype, const char *name, StatsFn f, 
 }
 
 TEST(Checkers, StatisticsOfCollectionMatrices) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   ExpectStatistics("bcsstk13.mtx", 2, "real symmetric positive definite", VELMORA_PRINTSTATS_D,
                    false);
   ExpectStatistics("w156.mtx", 13, "general complex", velmora_printstats_z_, true);

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "matrix_folder.h"
 #include "test_matrices.h"
 #include "velmora.h"
 
@@ -61,6 +62,7 @@ std::vector<std::pair<std::string, testmat::Csr>> matrices() {
 }
 
 TEST(Cholesky, EveryOrderingOneAndManyRightHandSides) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   for (const auto &[name, m] : matrices()) {
     ASSERT_GT(m.n, 0) << name;
     for (int ordering : {0, 1, 2, 3, 4}) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "matrix_folder.h"
 #include "test_matrices.h"
 #include "velmora.h"
 
@@ -48,6 +49,7 @@ Outcome solve(const testmat::Csr &m, int mtype, int transposed, int nrhs, int ma
 }
 
 TEST(General, GridsAndCollection) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   std::vector<std::pair<std::string, testmat::Csr>> cases = {
       {"convection-diffusion 12^3", testmat::convection_diffusion(12, 12, 12, 0.8)}};
   for (const char *file : {"olm500.mtx", "bp_1200.mtx", "rajat19.mtx", "adder_dcop_05.mtx",
@@ -71,6 +73,7 @@ TEST(General, GridsAndCollection) {
 }
 
 TEST(General, MatchingMovesLargeEntriesToTheDiagonal) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   // No diagonal entries at all, magnitudes from 1e-10 to 1e10.
   std::mt19937 rng(5);
   std::uniform_real_distribution<double> expo(-10, 10);

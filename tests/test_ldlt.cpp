@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "matrix_folder.h"
 #include "test_matrices.h"
 #include "velmora.h"
 
@@ -201,6 +202,7 @@ TEST(Indefinite, FilledStructureOfThePairs) {
 }
 
 TEST(Indefinite, RealMatrixFromTheCollection) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   const auto m = testmat::from_file("reorientation_1.mtx", true);
   ASSERT_GT(m.n, 0);
   for (int pivoting : {0, 1}) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "interface/control.h"
+#include "matrix_folder.h"
 #include "test_matrices.h"
 #include "velmora.h"
 
@@ -83,6 +84,7 @@ std::int64_t fill_of(const testmat::Csr &m, const std::vector<int> &perm) {
 }
 
 TEST(Analysis, EveryOrderingGivesAPermutationAndTheFactorItImplies) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   const std::vector<std::pair<std::string, testmat::Csr>> cases = {
       {"3D grid 8^3", testmat::grid_laplacian(8, 8, 8, true)},
       {"2D grid 30^2", testmat::grid_laplacian(30, 30, 1, true)},

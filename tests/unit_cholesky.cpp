@@ -14,6 +14,7 @@
 #include "factor/factor_shell.h"
 #include "factor_setup.h"
 #include "interface/control.h"
+#include "matrix_folder.h"
 #include "test_matrices.h"
 
 namespace {
@@ -191,6 +192,7 @@ TEST(DenseKernel, StopsAtFirstBadPivotAndKeepsIt) {
 // ---- the supernodal loop
 
 TEST(Cholesky, FactorMatchesPermutedMatrixWithEveryKernel) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   vm::UpdateKernelCounts counts;
   vm::set_update_kernel_counts(&counts);
   struct Case {

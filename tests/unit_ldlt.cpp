@@ -16,6 +16,7 @@
 #include "factor/factor_shell.h"
 #include "factor_setup.h"
 #include "interface/control.h"
+#include "matrix_folder.h"
 #include "solve/solve.h"
 #include "test_matrices.h"
 
@@ -441,6 +442,7 @@ void refine(const testmat::Csr &a, Ldl &r, const vector<double> &b, vector<doubl
 // ordered by AMD eliminates constraint rows first, alone in their blocks:
 // their zero pivots are perturbed, and refinement repairs the solution.
 TEST(Ldl, InertiaAndSolveOfIndefiniteMatrices) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   struct Case {
     const char *name;
     testmat::Csr a;

@@ -15,6 +15,7 @@
 #include "factor/factor_shell.h"
 #include "factor_setup.h"
 #include "interface/control.h"
+#include "matrix_folder.h"
 #include "solve/solve.h"
 #include "test_matrices.h"
 
@@ -194,6 +195,7 @@ TEST(DgetrfP, ReconstructsPAQ) {
 // ---- factorization and solves
 
 TEST(Lu, SolvesWithAAndItsTranspose) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   vm::UpdateKernelCounts counts;
   vm::set_lu_update_kernel_counts(&counts);
   int task_runs = 0;
@@ -240,6 +242,7 @@ TEST(Lu, SolvesWithAAndItsTranspose) {
 // A zero first pivot: the structurally symmetric member stops, the general
 // one replaces it (1e-13 with iparm(10) = 0) and counts it.
 TEST(Lu, SingularBlockFailsOnlyWithoutPerturbation) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   testmat::Csr a = testmat::convection_diffusion(5, 4, 1, 1.0);
   a.a[a.ia[0] - 1] = 0.0;  // a(1,1), first in its row
   Lu r1, r11;

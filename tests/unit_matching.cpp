@@ -13,6 +13,7 @@
 #include "analysis/mps.h"
 #include "analysis/mpssym.h"
 #include "analysis/perm.h"
+#include "matrix_folder.h"
 #include "test_matrices.h"
 
 namespace {
@@ -167,6 +168,7 @@ void expect_bounded(const testmat::Csr &M, const Driven &d) {
 }
 
 TEST(RunMatching, HardUnsymmetricMatricesGetAFullMatching) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   for (const char *name : {"west0067", "west0479", "west0497", "rajat19", "bp_1200"}) {
     SCOPED_TRACE(name);
     const testmat::Csr M = testmat::from_file(std::string(name) + ".mtx", false);

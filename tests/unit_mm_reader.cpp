@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "matrix_folder.h"
 #include "mm_reader.h"
 
 namespace {
@@ -99,6 +100,7 @@ void expect_valid(const CsrMatrix &c) {
 }
 
 TEST(MmReader, EveryFileOfTheFolder) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   ASSERT_TRUE(std::filesystem::is_directory(kDir)) << kDir;
   int good = 0, broken = 0;
   for (const auto &entry : std::filesystem::directory_iterator(kDir)) {
@@ -164,6 +166,7 @@ TEST(MmReader, EveryFileOfTheFolder) {
 }
 
 TEST(MmReader, DamagedFilesNeverCrash) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   std::ifstream in(kDir + "/west0067.mtx", std::ios::binary);
   ASSERT_TRUE(in);
   const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

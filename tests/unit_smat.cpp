@@ -15,6 +15,7 @@
 
 #include "analysis/perm.h"
 #include "analysis/smat.h"
+#include "matrix_folder.h"
 #include "mm_read.h"
 #include "quor/corelib/quor_log.h"
 
@@ -284,6 +285,7 @@ TEST(SmatSymmetric, ExpandThenCompressGivesBackGeneratedMatrices) {
 }
 
 TEST(SmatSymmetric, ExpandThenCompressGivesBackRealMatrices) {
+  VELMORA_NEEDS_MATRIX_FOLDER();
   for (const char *name :
        {"bcsstk13.mtx", "494_bus.mtx", "LFAT5.mtx", "dwt_992.mtx", "west0479.mtx", "w156.mtx"}) {
     SCOPED_TRACE(name);
