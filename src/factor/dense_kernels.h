@@ -153,10 +153,6 @@ template <class T>
 void dgetrf_p(int m, int n, T *a, int lda, int *ipiv, int *pivot_col, int *npert, double eps,
               int *info);
 
-// ---- LDL^T and LU kernels of the other families --------------------------
-// (dgetf2_diagpiv, dsytf2_pert, dsytrs_half and its three stages,
-// dgetrf_p follow here, with the same conventions.)
-
 }  // namespace vm
 
 #endif  // VELMORA_FACTOR_DENSE_KERNELS_H
