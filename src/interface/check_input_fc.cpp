@@ -221,4 +221,46 @@ int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f) {
   return 0;
 }
 
+PatternFault pattern_fault(int mtype, int n, const int *ia, const int *ja, int nnz, int *row) {
+  *row = 0;
+  if (ia[0] != 1 || ia[n] - 1 != nnz) return PatternFault::kRowPointers;
+  for (int i = 0; i < n; ++i) {
+    if (ia[i + 1] < ia[i]) {
+      *row = i + 1;
+      return PatternFault::kRowPointers;
+    }
+  }
+  const bool upper = is_symmetric_storage(mtype);
+  for (int i = 0; i < n; ++i) {
+    *row = i + 1;
+    int prev = 0;
+    for (int k = ia[i] - 1; k < ia[i + 1] - 1; ++k) {
+      const int col = ja[k];
+      if (col < 1 || col > n) return PatternFault::kColumnRange;
+      if (col <= prev) return PatternFault::kColumnOrder;
+      if (upper && col < i + 1) return PatternFault::kLowerEntry;
+      prev = col;
+    }
+  }
+  *row = 0;
+  return PatternFault::kNone;
+}
+
+const char *pattern_fault_text(PatternFault fault) {
+  switch (fault) {
+    case PatternFault::kRowPointers:
+      return "row pointers ia do not start at 1, decrease, or do not end at the number of nonzeros";
+    case PatternFault::kColumnRange:
+      return "a column index lies outside 1..n";
+    case PatternFault::kColumnOrder:
+      return "column indices of a row are not strictly increasing (unsorted or repeated)";
+    case PatternFault::kLowerEntry:
+      return "an entry lies below the diagonal, where a symmetric type gives the upper triangle "
+             "only";
+    case PatternFault::kNone:
+      break;
+  }
+  return "";
+}
+
 }  // namespace vm

@@ -21,6 +21,24 @@ constexpr int kCheckDiagonalDone = 99;
 //        counts the threads into iparm(3), sets the panel width.
 int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f);
 
+// Faults of a caller's pattern that no later stage survives, in the order
+// they are looked for.
+enum class PatternFault : int {
+  kNone = 0,
+  kRowPointers,  // ia(1) is not 1, ia decreases, or ia(n+1)-1 is not nnz
+  kColumnRange,  // a column index outside 1..n
+  kColumnOrder,  // columns of a row not strictly increasing (unsorted or repeated)
+  kLowerEntry,   // an entry below the diagonal in the upper-triangle storage
+};
+
+// Looks at the pattern of an analysis before any layer reads it: one pass
+// over ia and ja.  The symmetric types (2, -2, 4, -4, 6) give the upper
+// triangle only.  Returns the first fault and its one-based row in *row.
+PatternFault pattern_fault(int mtype, int n, const int *ia, const int *ja, int nnz, int *row);
+
+// The words of a fault, for the failure report.
+const char *pattern_fault_text(PatternFault fault);
+
 // The team size of a parallel region of the runtime, counted by the team.
 int count_threads();
 

@@ -303,6 +303,10 @@ inline bool is_unsym_group(int mtype) {
 inline bool is_spd_type(int mtype) {
   return mtype == 2 || mtype == 4;
 }
+// Types given by the upper triangle of their rows.
+inline bool is_symmetric_storage(int mtype) {
+  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4 || mtype == 6;
+}
 
 }  // namespace vm
 

@@ -59,25 +59,9 @@ std::int64_t domain_ints(const ControlBlock *cb) {
   return 2 * (std::int64_t{cb->s.target_domains} + 2);
 }
 
-// A pattern whose row pointers do not start at 1, decrease, or end
-// elsewhere than at the count of entries would lead every stage outside
-// its arrays; it is refused.
-bool row_pointers_sound(int n, const int *ia, int nnz) {
-  if (ia[0] != 1 || ia[n] - 1 != nnz) return false;
-  for (int i = 0; i < n; ++i)
-    if (ia[i + 1] < ia[i]) return false;
-  return true;
-}
-
-constexpr int kBadRowPointers = -12;
-
 int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   void **pt = c.pt;
   const int n = *c.n;
-  if (!row_pointers_sound(n, c.ia, cb->s.nnz)) {
-    *stage = -3;
-    return kBadRowPointers;
-  }
   Reorder1Arrays a{};
   a.xadj = carved<int>(pt, cb, kPtOrderInt, kOrdXadj);
   a.adjncy = carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy);

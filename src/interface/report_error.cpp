@@ -168,6 +168,12 @@ void report_failure(const Failure &f, const ControlBlock *cb, const int *iparm, 
     case -3:
     case -8:
       report_line("*** error velmora: reordering, symb. factorization");
+      if (f.code == kCodeBadPattern) {
+        if (f.arg1 > 0)
+          report_line("*** error velmora: malformed matrix, row %d: %s", f.arg1, f.text);
+        else
+          report_line("*** error velmora: malformed matrix: %s", f.text);
+      }
       break;
     case -4:
       factorization_message(f, cb, iparm);

@@ -14,6 +14,7 @@ enum FailureCode : int {
   kCodeInitContradiction = 1000,
   kCodeNoAnalysis = 100000,
   kCodeNotAvailable = 998,  // a path of the library that this build lacks
+  kCodeBadPattern = 32,     // the caller's ia/ja (the fault's words in text, row in arg1)
 };
 
 // One failure: `result` is what `error` receives, `code` the detailed code,

@@ -269,15 +269,14 @@ int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f);
 // driver.  Returns the result class (0 or negative) and fills f.
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
-  // Row pointers that do not start at 1, decrease, or end elsewhere than at
-  // the count of entries would send every stage outside its arrays, and a
-  // column outside 1..n names no unknown: such a pattern is refused.
-  const int n = *c.n;
-  bool sound = c.ia[0] == 1 && c.ia[n] - 1 == s.nnz;
-  for (int i = 0; sound && i < n; ++i) sound = c.ia[i + 1] >= c.ia[i];
-  for (int k = 0; sound && k < s.nnz; ++k) sound = c.ja[k] >= 1 && c.ja[k] <= n;
-  if (!sound) {
-    *f = Failure{-3, -12};
+  // A pattern that would send a stage outside its arrays, or that the
+  // matching and the maps would misread (repeated or unsorted columns,
+  // entries below the diagonal of a symmetric type), is refused before any
+  // of them sees it.
+  int row = 0;
+  const PatternFault fault = pattern_fault(s.mtype, *c.n, c.ia, c.ja, s.nnz, &row);
+  if (fault != PatternFault::kNone) {
+    *f = Failure{-3, kCodeBadPattern, row, 0, pattern_fault_text(fault)};
     return f->result;
   }
   // Leaves of the tree for the threads: the smallest power of two at least
