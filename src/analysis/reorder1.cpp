@@ -65,6 +65,29 @@ int run_ordering(int n, ControlBlock *cb, const Reorder1Arrays &a, int target, i
   return ORDER_METIS5_VELMORA(n, a.xadj, a.adjncy, options, want, a.perm, a.invp, a.domains, ndom);
 }
 
+// Makes column c (one-based) the first of a supernode, splitting the one
+// that runs across it.  A partial solve needs this at its first selected
+// position: the substitutions then start and stop at a supernode boundary,
+// so that no exchange inside a block mixes selected and unselected rows.
+//   In/out: snode[n], xsuper[nsuper+1] (room for one more), nsuper, nsub
+//           (colcnt of the new first column is added), domains as supernode
+//           ranges (npairs pairs; a range holding the split supernode
+//           holds both halves).
+void start_supernode_at(int c, int n, const int *colcnt, int *snode, int *xsuper, int *nsuper,
+                        std::int64_t *nsub, int *domains, int npairs) {
+  if (c <= 1 || c > n || snode[c - 1] != snode[c - 2]) return;
+  const int s = snode[c - 1];  // split into s (columns < c) and s+1
+  for (int j = c; j <= n; ++j) ++snode[j - 1];
+  for (int t = *nsuper; t >= s; --t) xsuper[t + 1] = xsuper[t];
+  xsuper[s] = c;
+  ++*nsuper;
+  *nsub += colcnt[c - 1];
+  for (int d = 0; d < npairs; ++d) {
+    if (domains[2 * d] > s) ++domains[2 * d];
+    if (domains[2 * d + 1] >= s) ++domains[2 * d + 1];
+  }
+}
+
 }  // namespace
 
 std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capacity) {
@@ -140,6 +163,9 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   debug_dump_array("perm after sfinit", a.perm, n, 4);
   add_time(cb, kTimeSymbFct, omp_get_wtime() - t0);
   if (status != 0) return status;
+  if (s.sparse_rhs > 0 && s.marked_rows > 0)
+    start_supernode_at(n - s.marked_rows + 1, n, a.colcnt, a.snode, a.xsuper, &nsuper, &nsub,
+                       a.domains, s.ndom + 1);
   s.nsuper = nsuper;
   s.nsub = nsub;
   s.fill = nnzl;

@@ -190,6 +190,7 @@ enum CarvedArray : int {
   kSymUmapDest,
   kSymUmapSrc,
   kSymUmapRow,
+  kSymUnselected,  // partial solve: unselected nodes at or before each caller index
   kSymCount,
   // ordering block, pt(5)
   kOrdXadj = 40,

@@ -186,6 +186,17 @@ int build_maps(const CallArgs &c, ControlBlock *cb) {
   return s.lmap_count < 0 ? kMapFailed : 0;
 }
 
+// A partial solve hands over only the k selected nodes, which the
+// ordering put last: node j of the caller is entry j - unselected(j) of a
+// compressed vector, unselected(j) counting the nodes at or before j that
+// are not selected.
+void count_unselected(int n, int k, const int *perm, int *unselected) {
+  std::fill(unselected, unselected + n, 1);
+  for (int pos = std::max(0, n - k); pos < n; ++pos) unselected[perm[pos] - 1] = 0;
+  int running = 0;
+  for (int j = 0; j < n; ++j) unselected[j] = running += unselected[j];
+}
+
 // Stage 3: the symbolic factor moves into its own block, the maps are
 // written, the counts go to iparm.
 int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
@@ -200,6 +211,9 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
   copy_array<int>(pt, cb, kPtOrderInt, kOrdParent, kSymParent, n);
   copy_array<int>(pt, cb, kPtOrderInt, kOrdColcnt, kSymColcnt, n);
   copy_array<int>(pt, cb, kPtOrderInt, kOrdDomains, kSymDomains, 2 * (std::int64_t{s.ndom} + 1));
+  if (s.sparse_rhs > 0)
+    count_unselected(n, s.marked_rows, carved<int>(pt, cb, kPtSymbolic, kSymPerm),
+                     carved<int>(pt, cb, kPtSymbolic, kSymUnselected));
   copy_array<int>(pt, cb, kPtSymbolicWork, kS2Sparent, kSymSparent, nsup);
   copy_array<int>(pt, cb, kPtSymbolicWork, kS2FirstChild, kSymFirstChild, nsup);
   copy_array<int>(pt, cb, kPtSymbolicWork, kS2NextSibling, kSymNextSibling, nsup);
@@ -318,6 +332,7 @@ std::int64_t layout_symbolic_block(ControlBlock *cb) {
   l.add(kSymUmapDest, unnz, 8);
   l.add(kSymUmapSrc, unnz, 4);
   l.add(kSymUmapRow, s.scaling_on ? unnz : 0, 4);
+  l.add(kSymUnselected, s.sparse_rhs > 0 ? n : 0, 4);
   cb->s.symbolic_bytes = l.bytes();
   return l.bytes();
 }

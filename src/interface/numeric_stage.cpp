@@ -85,6 +85,7 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
   in.q = s.mtype > 10 && pt_slot(pt, kPtMatching)
              ? static_cast<const int *>(pt_slot(pt, kPtMatching))
              : nullptr;
+  in.unselected = s.sparse_rhs > 0 ? carved<int>(pt, cb, kPtSymbolic, kSymUnselected) : nullptr;
   in.ntasks = s.ndom;
   in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nthreads = std::max(1, s.nthreads);

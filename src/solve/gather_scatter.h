@@ -33,7 +33,19 @@
 #ifndef VELMORA_SOLVE_GATHER_SCATTER_H
 #define VELMORA_SOLVE_GATHER_SCATTER_H
 
+#include <cstdint>
+
 namespace vm {
+
+// Offset of the caller's node j (one-based) in a column of a caller
+// vector.  A compressed vector holds the selected nodes only: an
+// unselected node (one whose running count rises at j) has no entry, -1.
+// That happens when a matching sends a selected position to another row.
+inline std::int64_t caller_offset(int j, bool compressed, const int *unselected) {
+  if (!compressed) return j - 1;
+  const int before = j > 1 ? unselected[j - 2] : 0;
+  return unselected[j - 1] == before ? j - 1 - unselected[j - 1] : -1;
+}
 
 // True when the gather of this selector is a plain copy.
 bool gather_is_plain(int selector);

@@ -34,22 +34,25 @@ void PSOL_BWSCAT_VELMORA(int transposed, int to_b, int n, int mtype, int nrhs, d
     });
     return;
   }
-  auto caller = [=](int j) -> std::int64_t {
-    return compressed ? j - 1 - unselected[j - 1] : j - 1;
+  // Writes v as the caller's node j (one-based) in column col; a node that
+  // a compressed vector leaves out is not written.
+  auto put = [=](std::int64_t col, int j, T v) {
+    const std::int64_t o = caller_offset(j, compressed, unselected);
+    if (o >= 0) store<T>(out, col + o, v);
   };
   // The permuted write and the scaling are one pass: out(j) = z(i) * s(j)
   // for j = perm(i) is the same as writing first and scaling afterwards.
   if (!scaling_on) {
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
-      store<T>(out, col + caller(perm[skipped + i]), z[col + i]);
+      put(col, perm[skipped + i], z[col + i]);
     });
   } else if (mtype < 11 || !transposed) {
     // The symmetric factor, or the column factors of a general matrix.
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
       const int j = perm[skipped + i];
-      store<T>(out, col + caller(j), z[col + i] * static_cast<R>(scale[j - 1]));
+      put(col, j, z[col + i] * static_cast<R>(scale[j - 1]));
     });
   } else {
     // A^T of a general matrix: position i is unknown q(perm(i)), scaled by
@@ -57,7 +60,7 @@ void PSOL_BWSCAT_VELMORA(int transposed, int to_b, int n, int mtype, int nrhs, d
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
       const int r = q[perm[skipped + i] - 1];
-      store<T>(out, col + caller(r), z[col + i] * static_cast<R>(scale[n + r - 1]));
+      put(col, r, z[col + i] * static_cast<R>(scale[n + r - 1]));
     });
   }
 }

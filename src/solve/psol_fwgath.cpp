@@ -31,14 +31,16 @@ void PSOL_FWGATH_VELMORA(int transposed, int n, int mtype, int nrhs, const doubl
     });
     return;
   }
-  // Offset in a column of b of the caller's node j (one-based).
-  auto caller = [=](int j) -> std::int64_t {
-    return compressed ? j - 1 - unselected[j - 1] : j - 1;
+  // Entry of the caller's node j (one-based) in column col of b; a node
+  // that a compressed b leaves out is zero.
+  auto entry = [=](std::int64_t col, int j) -> T {
+    const std::int64_t o = caller_offset(j, compressed, unselected);
+    return o < 0 ? T(0) : load<T>(b, col + o);
   };
   if (!scaling_on) {
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
-      z[col + i] = load<T>(b, col + caller(perm[skipped + i]));
+      z[col + i] = entry(col, perm[skipped + i]);
     });
   } else if (mtype < 11 || transposed) {
     // One factor per node: the symmetric scaling, or the column factors of
@@ -46,7 +48,7 @@ void PSOL_FWGATH_VELMORA(int transposed, int n, int mtype, int nrhs, const doubl
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
       const int j = perm[skipped + i];
-      z[col + i] = load<T>(b, col + caller(j)) * static_cast<R>(scale[j - 1]);
+      z[col + i] = entry(col, j) * static_cast<R>(scale[j - 1]);
     });
   } else {
     // General matrix: position i stands for row q(perm(i)) of A, scaled by
@@ -54,7 +56,7 @@ void PSOL_FWGATH_VELMORA(int transposed, int n, int mtype, int nrhs, const doubl
     for_each_entry(nrhs, len, [=](int c, int i) {
       const std::int64_t col = c * stride;
       const int r = q[perm[skipped + i] - 1];
-      z[col + i] = load<T>(b, col + caller(r)) * static_cast<R>(scale[n + r - 1]);
+      z[col + i] = entry(col, r) * static_cast<R>(scale[n + r - 1]);
     });
   }
 }
