@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -77,7 +78,7 @@ TEST(Report, EveryPhaseInItsOrder) {
   r.iparm[2] = 1;  // one thread: the sequential method line
   const std::string analysis = masked(r.call(11));
   const std::string head =
-      lines({"Summary VELMORA 6.0.0: ( reorder to reorder )", "=======================", "",
+      lines({"Summary VELMORA 6.0.0: ( reorder to reorder)", "=======================", "",
              "Times:", "======", "", "      Time fulladj: T s", "      Time reorder: T s",
              "      Time symbfct: T s", "      Time total  : T s total - sum: T s", ""});
   ASSERT_EQ(analysis.substr(0, head.size()), head) << analysis;
@@ -89,23 +90,33 @@ TEST(Report, EveryPhaseInItsOrder) {
             std::string::npos);
   EXPECT_EQ(rest.find("Gflop/s"), std::string::npos) << "no rate without a factorization";
 
+  // iparm(18) is the count the report gives for L+U.
+  const size_t lu = rest.find("number of nonzeros in L+U");
+  ASSERT_NE(lu, std::string::npos);
+  EXPECT_EQ(std::atol(rest.c_str() + lu + 25), r.iparm[17]) << rest.substr(lu, 60);
+
   const std::string factor = masked(r.call(12));
-  EXPECT_EQ(factor.rfind("Summary VELMORA 6.0.0: ( reorder to factorize )\n", 0), 0u);
+  EXPECT_NE(factor.find("\n             ||A||                                          6.500000\n"),
+            std::string::npos)
+      << factor;
+  EXPECT_EQ(factor.rfind("Summary VELMORA 6.0.0: ( reorder to factorize)\n", 0), 0u);
   EXPECT_NE(factor.find("      Time A to LU: T s\n      Time numfct : T s\n"), std::string::npos);
   EXPECT_NE(factor.find("Gflop/s for the numerical factorization:        T\n"), std::string::npos)
       << factor;
 
   const std::string solve = masked(r.call(33));
   EXPECT_EQ(
-      solve.rfind(lines({"Summary VELMORA 6.0.0: ( solve to solve )", "=======================", "",
+      solve.rfind(lines({"Summary VELMORA 6.0.0: ( solve to solve)", "=======================", "",
                          "Times:", "======", "", "      Time solve  : T s",
                          "      Time total  : T s total - sum: T s", ""}),
                   0),
       0u)
       << solve;
   EXPECT_EQ(solve.find("Gflop/s"), std::string::npos) << "no factorization in this call";
+  EXPECT_NE(solve.find("\n   Number of refinement iterations: 0\n"), std::string::npos) << solve;
+  EXPECT_EQ(factor.find("Number of refinement iterations"), std::string::npos);
 
-  EXPECT_EQ(masked(r.call(13)).rfind("Summary VELMORA 6.0.0: ( reorder to solve )\n", 0), 0u);
+  EXPECT_EQ(masked(r.call(13)).rfind("Summary VELMORA 6.0.0: ( reorder to solve)\n", 0), 0u);
   EXPECT_EQ(r.call(0), lines({"Summary VELMORA 6.0.0: ( clean )", "=======================", "",
                               " L&U for matrix number 1 deleted"}));
   EXPECT_EQ(r.call(-1), lines({"Summary VELMORA 6.0.0: ( clean )", "=======================", "",
@@ -117,6 +128,7 @@ TEST(Report, LinesChosenBySettings) {
   struct Case {
     int ordering, perm_mode, threads, hybrid;
     std::vector<const char *> want;
+    int block = 0, parallel_nd = 0;
   };
   const std::vector<Case> cases = {
       {0,
@@ -136,14 +148,23 @@ TEST(Report, LinesChosenBySettings) {
        2,
        0,
        {" < preprocessing with state of the art partitioning metis>",
-        " < Numerical Factorization with BLAS3 and O(n) synchronization >"}},
+        " < Numerical Factorization with Level-3 BLAS performance >",
+        " < the parallel factorization is not yet available; factorized on one core >",
+        " < iparm(28) 1: the parallel nested dissection is not yet available; the sequential "
+        "nested dissection ran >"},
+       0,
+       1},
       {3, 0, 1, 0, {" < preprocessing with partitioning metis version 5.1 >"}},
       {4,
        0,
        1,
-       1,
+       31,
        {" < preprocessing with approximate minimum degree  >",
-        " < Hybrid Solver VELMORA with CGS/CG Iteration >"}},
+        " < iparm(4) 31: the hybrid CGS/CG iteration is not yet available; factorized and "
+        "solved directly >",
+        " < iparm(53) 2: block-reordering acceleration is not yet available; only the panel "
+        "width was rounded >"},
+       2},
       {3, 1, 1, 0, {" < preprocessing with input permutation >"}},
   };
   for (const Case &c : cases) {
@@ -152,12 +173,18 @@ TEST(Report, LinesChosenBySettings) {
     r.iparm[2] = c.threads;
     r.iparm[3] = c.hybrid;
     r.iparm[4] = c.perm_mode;
+    r.iparm[27] = c.parallel_nd;
+    r.iparm[52] = c.block;
     for (int k = 0; k < r.n; ++k) r.perm[k] = k + 1;
-    const std::string out = r.call(11);
+    const std::string out = r.call(12);
     for (const char *line : c.want)
       EXPECT_NE(out.find(std::string(line) + "\n"), std::string::npos)
           << "ordering " << c.ordering << " missing: " << line << "\n"
           << out;
+    // What did not run is never claimed.
+    for (const char *claim :
+         {"Hybrid Solver", "BLAS3 and O(n) synchronization", "Using block-reordering acceleration"})
+      EXPECT_EQ(out.find(claim), std::string::npos) << out;
   }
   // The transpose line of a general matrix solved with A^T.
   Session t(testmat::grid_laplacian(6, 6, 1, false), 11);

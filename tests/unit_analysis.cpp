@@ -117,7 +117,9 @@ TEST(Analysis, EveryOrderingGivesAPermutationAndTheFactorItImplies) {
       EXPECT_LT(fill, natural_fill);
       // Panels hold every column's entries, the diagonal blocks whole.
       EXPECT_GE(s.nnz_l, fill);
-      EXPECT_EQ(an.iparm[17], s.nnz_l);
+      // iparm(18) is the report's L+U; a symmetric matrix counts U as 1.
+      EXPECT_EQ(s.nnz_u, 1);
+      EXPECT_EQ(an.iparm[17], s.nnz_l + 1);
       EXPECT_GT(an.iparm[14], 0);
       EXPECT_GT(an.iparm[15], 0);
       EXPECT_GT(an.iparm[16], 0);

@@ -234,9 +234,12 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
 
   int *iparm = c.iparm;
   const std::int64_t entries = s.nnz_l + (stores_u(s.mtype) ? s.nnz_u : 0);
+  // The count the caller sees is the report's "L+U": nnz_u is 1 for a
+  // symmetric matrix, which stores no U.
+  const std::int64_t counted = s.nnz_l + s.nnz_u;
   if (ip(iparm, 18) < 0)
-    ip(iparm, 18) = entries > 2147483647 ? static_cast<int>(-(entries + 1000) / 1000)
-                                         : static_cast<int>(entries);
+    ip(iparm, 18) = counted > 2147483647 ? static_cast<int>(-(counted + 1000) / 1000)
+                                         : static_cast<int>(counted);
   const double mflop = s.flops / 1.0e6;
   ip(iparm, 19) = mflop > 2147483647.0 ? 2147483647 : static_cast<int>(mflop);
   // One factorization: the values of L (and U) and the update buffer.

@@ -11,6 +11,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "factor/factor_args.h"
@@ -127,6 +128,17 @@ ScatterMap scatter_map(void **pt, const ControlBlock *cb, bool u) {
   return m;
 }
 
+// ||A|| of the report: the largest magnitude of the nnz entries of a
+// (width 2: complex pairs).
+double max_magnitude(const double *a, std::int64_t nnz, int width) {
+  double big = 0.0;
+  for (std::int64_t k = 0; k < nnz; ++k) {
+    const double m = width == 2 ? std::hypot(a[2 * k], a[2 * k + 1]) : std::fabs(a[k]);
+    if (m > big) big = m;
+  }
+  return big;
+}
+
 // The factorization of row mnum; returns 0 or the member's flag.
 int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double phase_start) {
   void **pt = c.pt;
@@ -142,6 +154,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
     std::memcpy(c.perm, carved<int>(pt, cb, kPtSymbolic, kSymPerm), sizeof(int) * n);
   rctl(cb, kRctlLogDet1) = 0.0;
   rctl(cb, kRctlLogDet2) = 0.0;
+  rctl(cb, kRctlNormA) = max_magnitude(static_cast<const double *>(c.a), s.nnz, s.complex_factor);
 
   FactorOptions opt;
   opt.mtype = s.mtype;

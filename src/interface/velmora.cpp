@@ -100,12 +100,11 @@ void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, co
     }
     return;
   }
-  const int code = VELMORA_CCC(c);
-  // A refinement that did not converge in a plain solve is not a failure of
-  // the solve: the caller has the best solution found, and the message has
-  // been printed.
-  if (ip(iparm, 32) == 0 && *phase == 33 && ip(iparm, 4) == 0 && (code == -111 || code == -112))
-    *error = 0;
+  VELMORA_CCC(c);
+  // A plain direct solve (phase 33 without the hybrid or iterative path)
+  // reports no failure to the caller: what went wrong has been printed at
+  // msglvl 1, and the caller keeps the best solution found.
+  if (ip(iparm, 32) == 0 && *phase == 33 && ip(iparm, 4) == 0) *error = 0;
 }
 
 void velmorainit(void **pt, const int *mtype, const int *solver, int *iparm, double *dparm,
