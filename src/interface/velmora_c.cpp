@@ -19,6 +19,7 @@
 #include "analysis/perm.h"
 #include "interface/check_input_fc.h"
 #include "interface/defaults.h"
+#include "interface/dump.h"
 #include "interface/memory.h"
 #include "interface/numeric_driver.h"
 #include "interface/numeric_stage.h"
@@ -462,6 +463,7 @@ void finish_call(const CallArgs &c, ControlBlock *cb, Failure f) {
     if (phase >= 0) cb->s.internal_error = 0;
   }
   *c.error = result;
+  dump_solution(c);
 }
 
 }  // namespace
@@ -507,6 +509,7 @@ int VELMORA_CCC(const CallArgs &c) {
   const double call_start = omp_get_wtime();
   ip(iparm, 50) = 0;
   *c.error = 0;
+  dump_input(c);
   Failure f;
   ControlBlock *cb = control_of(pt);
 

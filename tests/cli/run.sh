@@ -5,6 +5,7 @@
 #   west0479       a general matrix that needs the matching
 #   bcsstk13       a symmetric positive definite matrix
 #   reorientation  a symmetric indefinite matrix: type -2
+#   dump           the analysis' Matrix Market dump solves as the original does
 #   mangled        every broken file refused with one line and a failure status
 #   options        right-hand side and solution files, pattern and complex files,
 #                  a wrong command line
@@ -114,6 +115,19 @@ case "$case" in
     [ "$(field mtype)" = -2 ] || bad "mtype is not -2"
     grep -q '^inertia .* [1-9][0-9]* negative' <<<"$out" ||
       bad "no negative eigenvalue in the inertia"
+    ;;
+  dump)
+    # The coordinate dump of the analysis (phase 11) holds the pattern;
+    # velmora-solve gives a pattern file the same values, so the dump solved
+    # as the same type gives the same backward error.
+    VELMORA_WRITE_MTX=1 VELMORA_WRITE_PREFIX="$work/dump" solve "$dir/dwt_992.mtx"
+    expect_success 1e-14
+    first=$(field "backward error")
+    [ -f "$work/dump_000-phase-11.mtx" ] || bad "no dump_000-phase-11.mtx"
+    solve --mtype 2 "$work/dump_000-phase-11.mtx"
+    expect_success 1e-14
+    [ "$(field "backward error")" = "$first" ] ||
+      bad "backward error $(field "backward error") of the dump, $first of the original"
     ;;
   mangled)
     for f in mangle1 mangle2 mangle3 mangle4 mangled5 mangled8 mangled9 a0 empty; do
