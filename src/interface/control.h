@@ -143,7 +143,7 @@ enum RctlSlot : int {
   kRctlFloor = 14,
   kRctlLogDet1 = 17,
   kRctlLogDet2 = 18,
-  kRctlNormA = 19,  // largest magnitude of an entry of A, at the last factorization
+  kRctlNormA = 19,   // largest magnitude of an entry of A, at the last factorization
   kRctlTimers = 21,  // kTimers timers from here on
 };
 
