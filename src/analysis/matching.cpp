@@ -13,19 +13,12 @@
 #include "analysis/mpssym.h"
 #include "analysis/perm.h"
 #include "analysis/smat.h"
+#include "common/matrix_type.h"
 #include "quor/corelib/quor_log.h"
 
 namespace vm {
 
 namespace {
-
-bool stores_upper_triangle(int mtype) {
-  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4 || mtype == 6;
-}
-
-bool has_complex_values(int mtype) {
-  return mtype == 3 || mtype == 4 || mtype == -4 || mtype == 6 || mtype == 13;
-}
 
 // An array from malloc, released with its owner; no exception on failure.
 template <typename T>
@@ -55,8 +48,8 @@ struct Magnitudes {
 
 int build_magnitudes(int mtype, int ns, const int *ia, const int *ja, const double *a,
                      Magnitudes *out) {
-  const bool upper = stores_upper_triangle(mtype);
-  const bool cplx = has_complex_values(mtype);
+  const bool upper = is_symmetric_storage(mtype);
+  const bool cplx = is_complex_type(mtype);
   auto mag = [&](int k) {
     return cplx ? std::hypot(a[2 * std::int64_t{k}], a[2 * std::int64_t{k} + 1]) : std::fabs(a[k]);
   };
@@ -164,7 +157,7 @@ int run_matching(int mtype, int n, const int *ia, const int *ja, const double *a
   if (col_log.p == nullptr || row_log.p == nullptr) return kMatchNoMemory;
   std::fill(col_log.p, col_log.p + ns, 0.0);
   std::fill(row_log.p, row_log.p + ns, 0.0);
-  const bool symmetric = stores_upper_triangle(mtype);
+  const bool symmetric = is_symmetric_storage(mtype);
   int status = 0;
   if (mode == 3 || mode == 4) {
     int found = 0;
@@ -196,7 +189,7 @@ int run_symmetric_matching(int mtype, int n, const int *ia, const int *ja, const
                            int nschur, const int *match_perm, int ordering, int parallel_nd,
                            int fill, SymmetricMatching *out) {
   const int ns = std::max(0, std::min(n, n - nschur));
-  const bool cplx = has_complex_values(mtype);
+  const bool cplx = is_complex_type(mtype);
   const int stride = cplx ? 2 : 1;
   // The leading block as a zero-based `sym` record of its own.
   pint *bia = static_cast<pint *>(quor_malloc((static_cast<std::size_t>(ns) + 1) * sizeof(pint)));

@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "analysis/symbolic.h"
+#include "common/matrix_type.h"
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
 #include "factor/blklu.h"
@@ -56,16 +57,12 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   return t;
 }
 
-bool complex_type(int mtype) {
-  return mtype == 3 || mtype == 4 || mtype == -4 || mtype == 6 || mtype == 13;
-}
-
 // Bytes and count of one factor entry in units of the debug hook: complex
 // entries are dumped as pairs of doubles, single-precision ones as floats.
 void dump_factor(const char *label, const void *values, std::int64_t entries,
                  const FactorOptions &opt) {
   const int m = opt.mtype;
-  if (complex_type(m)) {
+  if (is_complex_type(m)) {
     debug_dump_array(label, values, 2 * entries, 8);
   } else if (opt.single_precision != 0 && (m == 1 || m == -2 || m == 11)) {
     debug_dump_array(label, values, entries, 4);
@@ -295,7 +292,7 @@ int NUMFCT_SYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, cons
                        FactorWork<void> &work, FactorScalars *sc) {
   sc->eps = pivot_threshold(opt.eps_exponent);
   const int m = opt.mtype;
-  if (sc->eps != 0.0 && (m == -4 || m == -2 || m == 6)) {
+  if (sc->eps != 0.0 && is_sym_indefinite_group(m)) {
     sc->eps = fit_threshold(sc->eps, f.n, in.ia, in.a);
   }
   sc->pivot_mode = opt.iparm21 == 0 ? -1 : 0;
@@ -331,7 +328,7 @@ int FACTOR_SHELL_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
   const int n = f.n;
   debug_dump_array("luperm bef. scatter A", in.perm, n, 4);
   const std::int64_t nnz = n > 0 ? in.ia[n] - 1 : 0;
-  debug_dump_array("A bef. scatter A", in.a, complex_type(opt.mtype) ? 2 * nnz : nnz, 8);
+  debug_dump_array("A bef. scatter A", in.a, is_complex_type(opt.mtype) ? 2 * nnz : nnz, 8);
 
   const double t0 = omp_get_wtime();
   rctl[kRctlTimers + kTimeAtoLU - 1] = t0 - opt.phase_start;

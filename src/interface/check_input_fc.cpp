@@ -111,8 +111,7 @@ int run_tests(const CallArgs &c, const CheckMemory &old, int nnz, Failure *f) {
 int panel_width(int mtype, int nthreads, int iparm30, int iparm53) {
   int width = iparm30;
   if (width < 1) {
-    const bool lu = mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
-    if (lu)
+    if (stores_u(mtype))
       width = nthreads < 5 ? 128 : 112;
     else
       width = nthreads < 5 ? 80 : 64;

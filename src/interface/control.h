@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/matrix_type.h"
+
 namespace vm {
 
 // Marks a pointer slot that was never allocated; it is never freed.
@@ -278,6 +280,13 @@ struct CallArgs {
 inline void *&pt_slot(void **pt, int k) {
   return pt[k - 1];
 }
+// A pointer word that holds memory: neither empty nor the sentinel.
+inline bool holds_block(const void *p) {
+  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel;
+}
+inline bool has_block(void **pt, int slot) {
+  return holds_block(pt_slot(pt, slot));
+}
 inline int &ip(int *iparm, int k) {
   return iparm[k - 1];
 }
@@ -287,27 +296,6 @@ inline ControlBlock *control_of(void **pt) {
 inline std::intptr_t *factor_row(void **pt, int mnum) {
   return static_cast<std::intptr_t *>(pt_slot(pt, kPtFactors)) +
          static_cast<std::ptrdiff_t>(mnum - 1) * kFactorRowSlots;
-}
-
-// mtype groups.
-inline bool is_complex_type(int mtype) {
-  return mtype == 3 || mtype == 4 || mtype == -4 || mtype == 6 || mtype == 13;
-}
-inline bool is_sym_indefinite_group(int mtype) {
-  return mtype == -2 || mtype == -4 || mtype == 6;
-}
-inline bool is_struct_sym_group(int mtype) {
-  return mtype == 1 || mtype == 3;
-}
-inline bool is_unsym_group(int mtype) {
-  return mtype == 11 || mtype == 13;
-}
-inline bool is_spd_type(int mtype) {
-  return mtype == 2 || mtype == 4;
-}
-// Types given by the upper triangle of their rows.
-inline bool is_symmetric_storage(int mtype) {
-  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4 || mtype == 6;
 }
 
 }  // namespace vm

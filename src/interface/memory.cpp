@@ -82,8 +82,7 @@ int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
     if (cb) cb->fail_bytes = bytes;
     return code;
   }
-  void *old = *slot;
-  if (reinterpret_cast<std::intptr_t>(old) == kSentinel) old = nullptr;
+  void *old = holds_block(*slot) ? *slot : nullptr;
   void *p = std::realloc(old, bytes > 0 ? static_cast<std::size_t>(bytes) : 1);
   if (!p) {
     if (cb) cb->fail_bytes = bytes;
@@ -95,7 +94,7 @@ int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
 }
 
 void group_release(void **slot) {
-  if (*slot && reinterpret_cast<std::intptr_t>(*slot) != kSentinel) std::free(*slot);
+  if (holds_block(*slot)) std::free(*slot);
   *slot = nullptr;
 }
 

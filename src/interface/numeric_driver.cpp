@@ -16,6 +16,7 @@
 #include "analysis/matching.h"
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
+#include "common/matrix_type.h"
 #include "interface/memory.h"
 #include "interface/numeric_stage.h"
 #include "interface/report_error.h"
@@ -43,15 +44,7 @@ class Layout {
 };
 
 bool has_matching(void **pt) {
-  void *p = pt_slot(pt, kPtMatching);
-  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel;
-}
-
-bool stores_u(int mtype) {
-  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
-}
-bool indefinite(int mtype) {
-  return mtype < 0 || mtype == 6;
+  return has_block(pt, kPtMatching);
 }
 
 // The first `domain pairs` the ordering may deliver, with room to close.
@@ -105,8 +98,8 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
       carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy), carved<int>(pt, cb, kPtOrderInt, kOrdPerm),
       carved<int>(pt, cb, kPtOrderInt, kOrdInvp), carved<int>(pt, cb, kPtOrderInt, kOrdXsuper),
       carved<int>(pt, cb, kPtOrderInt, kOrdSnode), carved<int>(pt, cb, kPtOrderInt, kOrdColcnt),
-      s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym, indefinite(s.mtype) ? 1 : 0,
-      kMaxGroupBytes / 16, kMaxGroupBytes / 16, s.nsub,
+      s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym,
+      is_sym_indefinite_group(s.mtype) ? 1 : 0, kMaxGroupBytes / 16, kMaxGroupBytes / 16, s.nsub,
       carved<int>(pt, cb, kPtOrderInt, kOrdParent),
       carved<int>(pt, cb, kPtSymbolicWork, kS2Sparent),
       carved<int>(pt, cb, kPtSymbolicWork, kS2FirstChild),

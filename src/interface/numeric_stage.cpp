@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "common/matrix_type.h"
 #include "factor/factor_args.h"
 #include "factor/factor_shell.h"
 #include "factor/scalar_traits.h"
@@ -28,10 +29,6 @@ namespace {
 
 constexpr std::int64_t align8(std::int64_t bytes) {
   return (bytes + 7) / 8 * 8;
-}
-
-bool stores_u(int mtype) {
-  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
 }
 
 // Bytes of one scalar of the factor.
@@ -178,7 +175,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   // their places in Af (the other entries of Af stay zero), and the
   // factorization reads Af, for which the maps were made.
   void *record = pt_slot(pt, kPtMatrixRecord);
-  if (record != nullptr && reinterpret_cast<std::intptr_t>(record) != kSentinel) {
+  if (holds_block(record)) {
     smat *af = static_cast<smat *>(record);
     const int *place = static_cast<const int *>(pt_slot(pt, kPtBlockA));
     const int width = s.complex_factor;
@@ -225,7 +222,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   s.inertia_pos = sc.npos;
   s.inertia_neg = sc.nneg;
   row[kRowFactored] = status == 0 ? 1 : 0;
-  if (status == 0 && (s.mtype == 2 || s.mtype == 4) && sc.npos == 0 && sc.nneg == 0)
+  if (status == 0 && is_spd_type(s.mtype) && sc.npos == 0 && sc.nneg == 0)
     s.inertia_pos = n - s.schur_size;  // every pivot of a Cholesky factor is positive
   if (s.mtype == 6) {
     // The pivots of a complex symmetric matrix have no sign: no inertia.

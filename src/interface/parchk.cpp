@@ -18,6 +18,7 @@
 #include <cstdio>
 
 #include "analysis/sparse_assert.h"
+#include "common/matrix_type.h"
 #include "interface/entry.h"
 
 namespace vm {
@@ -57,14 +58,6 @@ __attribute__((format(printf, 1, 2))) void say_vector(const char *format, ...) {
   va_start(args, format);
   say_line("[VELMORA]: CHK: ", format, args);
   va_end(args);
-}
-
-bool is_real_type(int mtype) {
-  return mtype == 11 || mtype == -2 || mtype == 1 || mtype == 2;
-}
-
-bool is_complex_type(int mtype) {
-  return mtype == 13 || mtype == -4 || mtype == 3 || mtype == 4 || mtype == 6;
 }
 
 // Types stored as the upper triangle with every diagonal entry present.

@@ -34,11 +34,6 @@ std::intptr_t &call_count(void **pt) {
   return reinterpret_cast<std::intptr_t &>(pt_slot(pt, kPtCount));
 }
 
-bool has_block(void **pt, int slot) {
-  void *p = pt_slot(pt, slot);
-  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel;
-}
-
 void clear_factor_row(std::intptr_t *row) {
   row[0] = 0;
   row[1] = kSentinel;
@@ -115,7 +110,7 @@ void reset_control(const CallArgs &c, ControlBlock *cb) {
   for (auto &word : cb->offsets) word = kSentinel;
   cb->mem_peak_kb = cb->mem_kb;
   if (ip(iparm, 1) == 0) reset_iparm(iparm, mtype);
-  if (mtype == -4 || mtype == -2 || mtype == 6 || mtype == 11 || mtype == 13) {
+  if (is_sym_indefinite_group(mtype) || is_unsym_group(mtype)) {
     if (ip(iparm, 13) > 0) cb->s.matching_mode = ip(iparm, 13);
     cb->s.scaling_on =
         ((ip(iparm, 11) == 1 && ip(iparm, 13) >= 1) || (ip(iparm, 11) == 2 && ip(iparm, 30) >= 1))
@@ -192,10 +187,8 @@ int unsymmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
 
 // The filled structure of a symmetric matching, when analysis kept one.
 const smat *filled_matrix(void **pt) {
-  void *p = pt_slot(pt, kPtMatrixRecord);
-  return p != nullptr && reinterpret_cast<std::intptr_t>(p) != kSentinel
-             ? static_cast<const smat *>(p)
-             : nullptr;
+  return has_block(pt, kPtMatrixRecord) ? static_cast<const smat *>(pt_slot(pt, kPtMatrixRecord))
+                                        : nullptr;
 }
 
 // Symmetric indefinite matrices with iparm(13) set: a matching pairs rows
@@ -288,7 +281,7 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   s.stack_size = std::max<std::int64_t>(8 * leaves + 4, 16);
 
   if (*c.mtype > 10 && unsymmetric_matching(c, cb, f) != 0) return f->result;
-  if ((*c.mtype == -2 || *c.mtype == -4 || *c.mtype == 6) && s.matching_mode >= 1 &&
+  if (is_sym_indefinite_group(*c.mtype) && s.matching_mode >= 1 &&
       symmetric_matching(c, cb, f) != 0)
     return f->result;
 

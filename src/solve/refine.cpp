@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/matrix_type.h"
 #include "solve/amuxy.h"
 #include "solve/convert.h"
 #include "solve/vector_region.h"
@@ -138,7 +139,7 @@ bool extended_path(const RefineSettings &s) {
 // Doubles per value: the complex types 3, 4, -4, 6, 13 take two.
 int cwidth(const RefineSettings &s) {
   const int t = s.mtype;
-  return t == 3 || t == 4 || t == -4 || t == 6 || t == 13 ? 2 : 1;
+  return is_complex_type(t) ? 2 : 1;
 }
 
 std::int64_t fixed_doubles(const RefineSettings &s) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "common/matrix_type.h"
 #include "factor/scalar_traits.h"
 #include "solve/gather_scatter.h"
 #include "solve/ublkldlslvs1.h"
@@ -79,7 +80,7 @@ template <class T>
 void solve_unsymmetric(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m,
                        double *b, double *x, T *z, T *block, T *temp, int ld) {
   const int n = in.n;
-  const bool general = in.mtype == 11 || in.mtype == 13;
+  const bool general = is_unsym_group(in.mtype);
   PSOL_FWGATH_VELMORA<T>(in.transposed, n, in.mtype, m, b, z, in.perm, in.q, in.scale,
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
   if (m == 1 && rhsparallel == 0 && general) {
@@ -95,14 +96,10 @@ void solve_unsymmetric(const FactorView<T> &f, const SolveInput &in, int rhspara
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
 
-bool lu_type(int mtype) {
-  return mtype == 1 || mtype == 3 || mtype == 11 || mtype == 13;
-}
-
 template <class T>
 void solve_dispatch(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m, double *b,
                     double *x, T *z, T *block, T *temp, int ld) {
-  if (lu_type(in.mtype)) {
+  if (stores_u(in.mtype)) {
     solve_unsymmetric<T>(f, in, rhsparallel, m, b, x, z, block, temp, ld);
   } else {
     solve_symmetric<T>(f, in, rhsparallel, m, b, x, z, block, temp, ld);
@@ -115,9 +112,9 @@ void solve_dispatch(const FactorView<T> &f, const SolveInput &in, int rhsparalle
 template <class T>
 bool family_available(int mtype) {
   if constexpr (scalar_traits<T>::is_complex) {
-    return mtype == 4 || mtype == -4 || mtype == 6 || mtype == 3 || mtype == 13;
+    return is_complex_type(mtype);
   } else {
-    return mtype == 2 || mtype == -2 || mtype == 1 || mtype == 11;
+    return is_real_type(mtype);
   }
 }
 
