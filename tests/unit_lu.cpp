@@ -319,8 +319,8 @@ TEST(Lu, ScaledSolveAndLogDeterminant) {
     r.rec.input.scaling_on = 1;
     r.rec.input.q = mtype == 1 ? nullptr : q.data();
     const vm::FactorView<double> &t = r.rec.view;
-    vm::FactorView<void> view{t.n,   t.nsuper, t.xsuper, t.snode, t.xlindx,    t.lindx, t.xlnz,
-                              t.lnz, t.xunz,   t.unz,    t.pivot, t.pivot_col, t.nschur};
+    const vm::FactorView<void> view =
+        vm::numeric_factor<void>(t, t.lnz, t.unz, t.pivot, t.pivot_col);
     const vm::FactorWork<double> &u = r.rec.work;
     vm::FactorWork<void> work{u.nthreads, u.indmap, u.relind, u.link,  u.length,
                               u.temp,     u.tmpsiz, u.nmod,   u.pnlsch};

@@ -17,8 +17,11 @@ namespace vm {
 //   diagonal block on top.  LU types keep the rest of U transposed in unz:
 //   for each column, len-ncols entries from xunz[col-1]-1, leading
 //   dimension len-ncols, rows in the order of lindx.
-template <class T>
-struct FactorView {
+//
+// SymbolicFactor is what the analysis fixed, typed on the index only; the
+// numeric factor (FactorView) adds the values of one factorization, typed
+// on the element, and the pivots.
+struct SymbolicFactor {
   int n = 0;
   int nsuper = 0;
   const int *xsuper = nullptr;           // nsuper+1
@@ -26,13 +29,29 @@ struct FactorView {
   const std::int64_t *xlindx = nullptr;  // nsuper+1
   const int *lindx = nullptr;            // xlindx[nsuper]-1
   const std::int64_t *xlnz = nullptr;    // n+1
-  T *lnz = nullptr;                      // xlnz[n]-1
   const std::int64_t *xunz = nullptr;    // n+1, LU only
-  T *unz = nullptr;                      // xunz[n]-1, LU only
-  int *pivot = nullptr;                  // n: row exchanges inside a block
-  int *pivot_col = nullptr;              // n: column exchanges (general LU)
   int nschur = 0;                        // trailing columns kept out (Schur block)
 };
+
+template <class T>
+struct FactorView : SymbolicFactor {
+  T *lnz = nullptr;          // xlnz[n]-1
+  T *unz = nullptr;          // xunz[n]-1, LU only
+  int *pivot = nullptr;      // n: row exchanges inside a block
+  int *pivot_col = nullptr;  // n: column exchanges (general LU)
+};
+
+// The numeric factor over a symbolic one and its storage.
+template <class T>
+FactorView<T> numeric_factor(const SymbolicFactor &s, T *lnz, T *unz, int *pivot, int *pivot_col) {
+  FactorView<T> f;
+  static_cast<SymbolicFactor &>(f) = s;
+  f.lnz = lnz;
+  f.unz = unz;
+  f.pivot = pivot;
+  f.pivot_col = pivot_col;
+  return f;
+}
 
 // Where each stored entry of A lands in the factor (see amap.h): for
 // column j (1-based) the entries ptr[j-1] .. ptr[j]-1 (one-based) of

@@ -25,21 +25,8 @@ namespace {
 // The storage of a view or work record, typed for a member.
 template <class T>
 FactorView<T> typed(const FactorView<void> &v) {
-  FactorView<T> t;
-  t.n = v.n;
-  t.nsuper = v.nsuper;
-  t.xsuper = v.xsuper;
-  t.snode = v.snode;
-  t.xlindx = v.xlindx;
-  t.lindx = v.lindx;
-  t.xlnz = v.xlnz;
-  t.lnz = static_cast<T *>(v.lnz);
-  t.xunz = v.xunz;
-  t.unz = static_cast<T *>(v.unz);
-  t.pivot = v.pivot;
-  t.pivot_col = v.pivot_col;
-  t.nschur = v.nschur;
-  return t;
+  return numeric_factor<T>(v, static_cast<T *>(v.lnz), static_cast<T *>(v.unz), v.pivot,
+                           v.pivot_col);
 }
 
 template <class T>

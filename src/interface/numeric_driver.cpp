@@ -134,11 +134,95 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
   return 0;
 }
 
-template <class T>
-void copy_array(void **pt, ControlBlock *cb, int from_slot, int from, int to, std::int64_t count) {
-  std::memcpy(carved<T>(pt, cb, kPtSymbolic, to), carved<T>(pt, cb, from_slot, from),
-              sizeof(T) * static_cast<std::size_t>(count));
+// The symbolic block pt(8), one row an array: its length for the analysis
+// at hand, the bytes of an entry, and the analysis workspace stage 3 copies
+// it from (none for what stage 3 writes itself: the scatter maps and the
+// partial solve's counts).  Offsets, sizes and copies all follow this table.
+enum class Extent {
+  kN,            // n
+  kN1,           // n+1
+  kNsuper,       // nsuper
+  kNsuper1,      // nsuper+1
+  kDomainPairs,  // 2 (ndom+1): the domains and the top
+  kNsub,         // entries of lindx
+  kUN1,          // n+1 for types with U, else 0
+  kNnz,          // entries of A
+  kNnzScaled,    // entries of A when scaling is on, else 0
+  kUNnz,         // entries of A for types with U, else 0
+  kUNnzScaled,   // the same when scaling is on, else 0
+  kSelected,     // n for a partial solve, else 0
+};
+
+std::int64_t extent(Extent e, const ControlState &s) {
+  const std::int64_t n = s.neqns, nsup = s.nsuper, nnz = s.nnz;
+  const bool u = stores_u(s.mtype);
+  switch (e) {
+    case Extent::kN:
+      return n;
+    case Extent::kN1:
+      return n + 1;
+    case Extent::kNsuper:
+      return nsup;
+    case Extent::kNsuper1:
+      return nsup + 1;
+    case Extent::kDomainPairs:
+      return 2 * (std::int64_t{s.ndom} + 1);
+    case Extent::kNsub:
+      return s.nsub;
+    case Extent::kUN1:
+      return u ? n + 1 : 0;
+    case Extent::kNnz:
+      return nnz;
+    case Extent::kNnzScaled:
+      return s.scaling_on ? nnz : 0;
+    case Extent::kUNnz:
+      return u ? nnz : 0;
+    case Extent::kUNnzScaled:
+      return u && s.scaling_on ? nnz : 0;
+    case Extent::kSelected:
+      return s.sparse_rhs > 0 ? n : 0;
+  }
+  return 0;
 }
+
+struct SymbolicArray {
+  int id;         // its offset word (CarvedArray)
+  int width;      // bytes of an entry
+  Extent extent;  // entries
+  int from_slot;  // workspace group it is copied from, 0 for none
+  int from;       // its array there
+};
+
+constexpr SymbolicArray kSymbolicLayout[] = {
+    {kSymPerm, 4, Extent::kN, kPtOrderInt, kOrdPerm},
+    {kSymInvp, 4, Extent::kN, kPtOrderInt, kOrdInvp},
+    {kSymXsuper, 4, Extent::kNsuper1, kPtOrderInt, kOrdXsuper},
+    {kSymSnode, 4, Extent::kN, kPtOrderInt, kOrdSnode},
+    {kSymParent, 4, Extent::kN, kPtOrderInt, kOrdParent},
+    {kSymColcnt, 4, Extent::kN, kPtOrderInt, kOrdColcnt},
+    {kSymSparent, 4, Extent::kNsuper, kPtSymbolicWork, kS2Sparent},
+    {kSymFirstChild, 4, Extent::kNsuper, kPtSymbolicWork, kS2FirstChild},
+    {kSymNextSibling, 4, Extent::kNsuper, kPtSymbolicWork, kS2NextSibling},
+    {kSymTasklist, 4, Extent::kNsuper, kPtSymbolicWork, kS2Tasklist},
+    {kSymUpdFirst, 4, Extent::kNsuper, kPtSymbolicWork, kS2UpdFirst},
+    {kSymUpdNext, 4, Extent::kNsuper, kPtSymbolicWork, kS2UpdNext},
+    {kSymNmod, 4, Extent::kNsuper, kPtSymbolicWork, kS2Nmod},
+    {kSymDomains, 4, Extent::kDomainPairs, kPtOrderInt, kOrdDomains},
+    {kSymXlindx, 8, Extent::kNsuper1, kPtSymbolicWork, kS2Xlindx},
+    {kSymLindx, 4, Extent::kNsub, kPtSymbolicWork, kS2Lindx},
+    {kSymXlnz, 8, Extent::kN1, kPtSymbolicWork, kS2Xlnz},
+    {kSymXunz, 8, Extent::kUN1, kPtSymbolicWork, kS2Xunz},
+    // Scatter maps of A: at most one place per stored entry in each.
+    {kSymLmapPtr, 4, Extent::kN1, 0, 0},
+    {kSymLmapDest, 8, Extent::kNnz, 0, 0},
+    {kSymLmapSrc, 4, Extent::kNnz, 0, 0},
+    {kSymLmapRow, 4, Extent::kNnzScaled, 0, 0},
+    {kSymUmapPtr, 4, Extent::kUN1, 0, 0},
+    {kSymUmapDest, 8, Extent::kUNnz, 0, 0},
+    {kSymUmapSrc, 4, Extent::kUNnz, 0, 0},
+    {kSymUmapRow, 4, Extent::kUNnzScaled, 0, 0},
+    {kSymUnselected, 4, Extent::kSelected, 0, 0},
+};
 
 constexpr int kMapFailed = -13;
 
@@ -196,29 +280,15 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
   void **pt = c.pt;
   ControlState &s = cb->s;
   const int n = *c.n;
-  const std::int64_t nsup = s.nsuper;
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdPerm, kSymPerm, n);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdInvp, kSymInvp, n);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdXsuper, kSymXsuper, nsup + 1);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdSnode, kSymSnode, n);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdParent, kSymParent, n);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdColcnt, kSymColcnt, n);
-  copy_array<int>(pt, cb, kPtOrderInt, kOrdDomains, kSymDomains, 2 * (std::int64_t{s.ndom} + 1));
+  for (const SymbolicArray &arr : kSymbolicLayout) {
+    if (arr.from_slot == 0) continue;
+    std::memcpy(carved<char>(pt, cb, kPtSymbolic, arr.id),
+                carved<char>(pt, cb, arr.from_slot, arr.from),
+                static_cast<std::size_t>(extent(arr.extent, s) * arr.width));
+  }
   if (s.sparse_rhs > 0)
     count_unselected(n, s.marked_rows, carved<int>(pt, cb, kPtSymbolic, kSymPerm),
                      carved<int>(pt, cb, kPtSymbolic, kSymUnselected));
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Sparent, kSymSparent, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2FirstChild, kSymFirstChild, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2NextSibling, kSymNextSibling, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Tasklist, kSymTasklist, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2UpdFirst, kSymUpdFirst, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2UpdNext, kSymUpdNext, nsup);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Nmod, kSymNmod, nsup);
-  copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx, kSymXlindx, nsup + 1);
-  copy_array<int>(pt, cb, kPtSymbolicWork, kS2Lindx, kSymLindx, s.nsub);
-  copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz, kSymXlnz, std::int64_t{n} + 1);
-  if (stores_u(s.mtype))
-    copy_array<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz, kSymXunz, std::int64_t{n} + 1);
 
   if (build_maps(c, cb) != 0) {
     *stage = -3;
@@ -296,39 +366,9 @@ std::int64_t layout_symbolic_work(ControlBlock *cb) {
 }
 
 std::int64_t layout_symbolic_block(ControlBlock *cb) {
-  const ControlState &s = cb->s;
-  const std::int64_t n = s.neqns, nsup = s.nsuper;
   Layout l(cb);
-  l.add(kSymPerm, n, 4);
-  l.add(kSymInvp, n, 4);
-  l.add(kSymXsuper, nsup + 1, 4);
-  l.add(kSymSnode, n, 4);
-  l.add(kSymParent, n, 4);
-  l.add(kSymColcnt, n, 4);
-  l.add(kSymSparent, nsup, 4);
-  l.add(kSymFirstChild, nsup, 4);
-  l.add(kSymNextSibling, nsup, 4);
-  l.add(kSymTasklist, nsup, 4);
-  l.add(kSymUpdFirst, nsup, 4);
-  l.add(kSymUpdNext, nsup, 4);
-  l.add(kSymNmod, nsup, 4);
-  l.add(kSymDomains, 2 * (std::int64_t{s.ndom} + 1), 4);
-  l.add(kSymXlindx, nsup + 1, 8);
-  l.add(kSymLindx, s.nsub, 4);
-  l.add(kSymXlnz, n + 1, 8);
-  l.add(kSymXunz, stores_u(s.mtype) ? n + 1 : 0, 8);
-  // Scatter maps: at most one place per stored entry in each.
-  const std::int64_t nnz = s.nnz;
-  const std::int64_t unnz = stores_u(s.mtype) ? nnz : 0;
-  l.add(kSymLmapPtr, n + 1, 4);
-  l.add(kSymLmapDest, nnz, 8);
-  l.add(kSymLmapSrc, nnz, 4);
-  l.add(kSymLmapRow, s.scaling_on ? nnz : 0, 4);
-  l.add(kSymUmapPtr, stores_u(s.mtype) ? n + 1 : 0, 4);
-  l.add(kSymUmapDest, unnz, 8);
-  l.add(kSymUmapSrc, unnz, 4);
-  l.add(kSymUmapRow, s.scaling_on ? unnz : 0, 4);
-  l.add(kSymUnselected, s.sparse_rhs > 0 ? n : 0, 4);
+  for (const SymbolicArray &arr : kSymbolicLayout)
+    l.add(arr.id, extent(arr.extent, cb->s), arr.width);
   cb->s.symbolic_bytes = l.bytes();
   return l.bytes();
 }

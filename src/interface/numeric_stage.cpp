@@ -91,28 +91,32 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
   return in;
 }
 
+// The symbolic factor of the handle's analysis, carved from pt(8).
+SymbolicFactor symbolic_factor(void **pt, const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  SymbolicFactor sf;
+  sf.n = s.neqns;
+  sf.nsuper = s.nsuper;
+  sf.xsuper = carved<int>(pt, cb, kPtSymbolic, kSymXsuper);
+  sf.snode = carved<int>(pt, cb, kPtSymbolic, kSymSnode);
+  sf.xlindx = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlindx);
+  sf.lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
+  sf.xlnz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlnz);
+  sf.xunz = stores_u(s.mtype) ? carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXunz) : nullptr;
+  sf.nschur = s.schur_size;
+  return sf;
+}
+
+// The numeric factor of row `row` over it.
 template <class T>
 FactorView<T> factor_view(void **pt, const ControlBlock *cb, std::intptr_t *row) {
   const ControlState &s = cb->s;
   const RowLayout l = row_layout(cb);
   char *block = reinterpret_cast<char *>(row[kRowValues]);
-  FactorView<T> f;
-  f.n = s.neqns;
-  f.nsuper = s.nsuper;
-  f.xsuper = carved<int>(pt, cb, kPtSymbolic, kSymXsuper);
-  f.snode = carved<int>(pt, cb, kPtSymbolic, kSymSnode);
-  f.xlindx = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlindx);
-  f.lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
-  f.xlnz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlnz);
-  f.lnz = reinterpret_cast<T *>(block);
-  if (stores_u(s.mtype)) {
-    f.xunz = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXunz);
-    f.unz = reinterpret_cast<T *>(block + l.unz);
-  }
-  f.pivot = reinterpret_cast<int *>(block + l.pivot);
-  f.pivot_col = reinterpret_cast<int *>(block + l.pivot_col);
-  f.nschur = s.schur_size;
-  return f;
+  return numeric_factor<T>(symbolic_factor(pt, cb), reinterpret_cast<T *>(block),
+                           stores_u(s.mtype) ? reinterpret_cast<T *>(block + l.unz) : nullptr,
+                           reinterpret_cast<int *>(block + l.pivot),
+                           reinterpret_cast<int *>(block + l.pivot_col));
 }
 
 ScatterMap scatter_map(void **pt, const ControlBlock *cb, bool u) {

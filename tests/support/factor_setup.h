@@ -247,18 +247,7 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
 
 // The records as the shell takes them, untyped.
 inline vm::FactorView<void> untyped(const vm::FactorView<double> &t) {
-  vm::FactorView<void> v;
-  v.n = t.n;
-  v.nsuper = t.nsuper;
-  v.xsuper = t.xsuper;
-  v.snode = t.snode;
-  v.xlindx = t.xlindx;
-  v.lindx = t.lindx;
-  v.xlnz = t.xlnz;
-  v.lnz = t.lnz;
-  v.pivot = t.pivot;
-  v.nschur = t.nschur;
-  return v;
+  return vm::numeric_factor<void>(t, t.lnz, t.unz, t.pivot, t.pivot_col);
 }
 
 inline vm::FactorWork<void> untyped(const vm::FactorWork<double> &t) {
