@@ -112,6 +112,124 @@ void dot_group(int g, const T *L, std::int64_t ld, const int *rows, int r0, int 
   }
 }
 
+// ---- the walk of one right-hand side -----------------------------------
+//
+// Shared by the three families: forward from the first supernode the
+// right-hand side reaches, the family's middle step, backward from the
+// solve's last column down.  With independent subtrees (in.ntasks > 1 and
+// the parallel solve asked for) each subtree is a task: its forward updates
+// of the top of the tree gather in a private accumulator (n entries of
+// temp per task, indexed by row) and are added before the top is solved;
+// the backward pass solves the top first, then the subtrees.
+//
+// A family F supplies, for element type T:
+//   F::Piece                  what a pass uses of one supernode
+//   bool piece(f, k, lo, lim, &p)
+//                             the part of supernode k from column lo on;
+//                             false when the pass has nothing there
+//   bool beyond(f, k, lim)    supernode k lies past the forward pass
+//   void forward(p, x, off, acc, split)
+//                             forward step of a piece; rows at or above
+//                             split go to acc instead of x (acc null: none)
+//   void backward(p, x, off)  backward step of a piece
+//   unsigned passes(s)        kWalkForward | kWalkMiddle | kWalkBackward
+//                             for the selector s
+//   void middle(f, lim, s, x) the step between the passes (D, or nothing)
+enum WalkPass : unsigned { kWalkForward = 1u, kWalkMiddle = 2u, kWalkBackward = 4u };
+
+// First supernode holding a nonzero entry of x among the forward columns,
+// or 0 when there is none.  NaN counts as nonzero.
+template <class T>
+int first_nonzero_supernode(const SymbolicFactor &f, const Limits &lim, const T *x) {
+  for (int i = lim.fw_first; i <= lim.last; ++i)
+    if (x[i - lim.off] != T(0)) return f.snode[i - 1];
+  return 0;
+}
+
+template <class T, class F>
+void forward_range(const FactorView<T> &f, const F &fam, const Limits &lim, int k0, int k1, T *x,
+                   T *acc, int split) {
+  typename F::Piece p;
+  for (int k = k0; k <= k1; ++k) {
+    if (fam.beyond(f, k, lim)) break;
+    if (fam.piece(f, k, lim.fw_first, lim, &p)) fam.forward(p, x, lim.off, acc, split);
+  }
+}
+
+template <class T, class F>
+void backward_range(const FactorView<T> &f, const F &fam, const Limits &lim, int k1, int k0, T *x) {
+  typename F::Piece p;
+  for (int k = k1; k >= k0; --k) {
+    if (f.xsuper[k] - 1 < lim.bw_first) break;
+    if (fam.piece(f, k, lim.bw_first, lim, &p)) fam.backward(p, x, lim.off);
+  }
+}
+
+template <class T, class F>
+void serial_walk(const FactorView<T> &f, const SolveInput &in, const F &fam, const Limits &lim,
+                 T *x) {
+  const unsigned passes = fam.passes(in.selector);
+  if (passes & kWalkForward) {
+    const int k0 = first_nonzero_supernode(f, lim, x);
+    if (k0 > 0) forward_range(f, fam, lim, k0, f.nsuper, x, static_cast<T *>(nullptr), 0);
+  }
+  if (passes & kWalkMiddle) fam.middle(f, lim, in.selector, x);
+  if ((passes & kWalkBackward) && lim.last >= 1)
+    backward_range(f, fam, lim, f.snode[lim.last - 1], 1, x);
+}
+
+template <class T, class F>
+void task_walk(const FactorView<T> &f, const SolveInput &in, const F &fam, const Limits &lim, T *x,
+               T *temp) {
+  const int ntasks = in.ntasks, n = f.n;
+  const int *range = in.taskrange;
+  const int top = range[2 * ntasks - 1] + 1;  // first supernode of the top
+  const int top_col = top <= f.nsuper ? f.xsuper[top - 1] : n + 1;
+  const unsigned passes = fam.passes(in.selector);
+
+  if (passes & kWalkForward) {
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t) {
+      T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = top_col; i <= lim.last; ++i) acc[i - 1] = T(0);
+      forward_range(f, fam, lim, range[2 * t], range[2 * t + 1], x, acc, top_col);
+    }
+    const int from = std::max(top_col, lim.off);
+    for (int t = 0; t < ntasks; ++t) {
+      const T *acc = temp + static_cast<std::int64_t>(t) * n;
+      for (int i = from; i <= lim.last; ++i) x[i - lim.off] += acc[i - 1];
+    }
+    forward_range(f, fam, lim, top, f.nsuper, x, static_cast<T *>(nullptr), 0);
+  }
+  if (passes & kWalkMiddle) fam.middle(f, lim, in.selector, x);
+  if (passes & kWalkBackward) {
+    backward_range(f, fam, lim, f.nsuper, top, x);
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int t = 0; t < ntasks; ++t) backward_range(f, fam, lim, range[2 * t + 1], range[2 * t], x);
+  }
+}
+
+// One right-hand side x (the working vector in elimination order), temp
+// n * in.ntasks entries for the task form.
+template <class T, class F>
+void walk_one_rhs(const FactorView<T> &f, const SolveInput &in, const F &fam, T *x, T *temp) {
+  if (f.nsuper < 1) return;
+  const Limits lim = limits_of(f, in);
+  if (in.ntasks > 1 && in.parallel != 0 && in.taskrange != nullptr && temp != nullptr) {
+    task_walk(f, in, fam, lim, x, temp);
+    return;
+  }
+  // Serial form: the whole team enters, the first to arrive does the work.
+  int arrived = 0;
+#pragma omp parallel shared(arrived)
+  {
+    int mine = 0;
+#pragma omp critical(velmora_solve_entry)
+    mine = ++arrived;
+    if (mine == 1) serial_walk(f, in, fam, lim, x);
+  }
+}
+
 }  // namespace solve_walk
 }  // namespace vm
 

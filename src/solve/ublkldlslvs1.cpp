@@ -21,6 +21,7 @@ namespace vm {
 namespace {
 
 using solve_walk::dot_group;
+using solve_walk::first_nonzero_supernode;
 using solve_walk::Limits;
 using solve_walk::limits_of;
 using solve_walk::update_group;
@@ -203,34 +204,6 @@ void diagonal_cut(const Cut<T> &c, bool bk, T *xb, int ldx, int m) {
   }
 }
 
-template <class T>
-int first_nonzero_supernode(const FactorView<T> &f, const Limits &lim, const T *x) {
-  for (int i = lim.fw_first; i <= lim.last; ++i)
-    if (x[i - lim.off] != T(0)) return f.snode[i - 1];
-  return 0;
-}
-
-template <class T, bool kHermitian>
-void forward_range(const FactorView<T> &f, const Limits &lim, bool bk, int k0, int k1, T *x, T *acc,
-                   int split) {
-  Cut<T> c;
-  for (int k = k0; k <= k1; ++k) {
-    if (f.xsuper[k - 1] > lim.last) break;
-    if (cut_supernode(f, k, lim.fw_first, lim.last, bk, &c))
-      forward_cut<T, kHermitian>(c, bk, x, lim.off, acc, split);
-  }
-}
-
-template <class T, bool kHermitian>
-void backward_range(const FactorView<T> &f, const Limits &lim, bool bk, int k1, int k0, T *x) {
-  Cut<T> c;
-  for (int k = k1; k >= k0; --k) {
-    if (f.xsuper[k] - 1 < lim.bw_first) break;
-    if (cut_supernode(f, k, lim.bw_first, lim.last, bk, &c))
-      backward_cut<T, kHermitian>(c, bk, x, lim.off);
-  }
-}
-
 // The steps between the passes, over every supernode of the solve: the
 // square root of D (one right-hand side only) and D itself.
 template <class T, bool kHermitian>
@@ -255,69 +228,38 @@ void middle_steps(const FactorView<T> &f, const Limits &lim, bool bk, unsigned s
   if ((mine & kDiagonal) == 0 && bk) std::fflush(stdout);
 }
 
+// The LDL^T family in the shared walk of one right-hand side: Bunch-Kaufman
+// blocks when bk, conjugated for the Hermitian types.
 template <class T, bool kHermitian>
-void serial_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, bool bk,
-                         T *x) {
-  const unsigned steps = steps_of(in.selector, false);
-  if (steps & kForward) {
-    const int k0 = first_nonzero_supernode(f, lim, x);
-    if (k0 > 0) forward_range<T, kHermitian>(f, lim, bk, k0, f.nsuper, x, nullptr, 0);
+struct LdlWalk {
+  using Piece = Cut<T>;
+  bool bk;
+  bool piece(const FactorView<T> &f, int k, int lo, const Limits &lim, Piece *p) const {
+    return cut_supernode(f, k, lo, lim.last, bk, p);
   }
-  middle_steps<T, kHermitian>(f, lim, bk, steps, 1, x, 0);
-  if ((steps & kBackward) && lim.last >= 1)
-    backward_range<T, kHermitian>(f, lim, bk, f.snode[lim.last - 1], 1, x);
-}
-
-template <class T, bool kHermitian>
-void task_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, bool bk,
-                       T *x, T *temp) {
-  const int ntasks = in.ntasks, n = f.n;
-  const int *range = in.taskrange;
-  const int top = range[2 * ntasks - 1] + 1;  // first supernode of the top
-  const int top_col = top <= f.nsuper ? f.xsuper[top - 1] : n + 1;
-  const unsigned steps = steps_of(in.selector, false);
-
-  if (steps & kForward) {
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int t = 0; t < ntasks; ++t) {
-      T *acc = temp + static_cast<std::int64_t>(t) * n;
-      for (int i = top_col; i <= lim.last; ++i) acc[i - 1] = T(0);
-      forward_range<T, kHermitian>(f, lim, bk, range[2 * t], range[2 * t + 1], x, acc, top_col);
-    }
-    const int from = std::max(top_col, lim.off);
-    for (int t = 0; t < ntasks; ++t) {
-      const T *acc = temp + static_cast<std::int64_t>(t) * n;
-      for (int i = from; i <= lim.last; ++i) x[i - lim.off] += acc[i - 1];
-    }
-    forward_range<T, kHermitian>(f, lim, bk, top, f.nsuper, x, nullptr, 0);
+  bool beyond(const FactorView<T> &f, int k, const Limits &lim) const {
+    return f.xsuper[k - 1] > lim.last;
   }
-  middle_steps<T, kHermitian>(f, lim, bk, steps, 1, x, 0);
-  if (steps & kBackward) {
-    backward_range<T, kHermitian>(f, lim, bk, f.nsuper, top, x);
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int t = 0; t < ntasks; ++t)
-      backward_range<T, kHermitian>(f, lim, bk, range[2 * t + 1], range[2 * t], x);
+  void forward(const Piece &p, T *x, int off, T *acc, int split) const {
+    forward_cut<T, kHermitian>(p, bk, x, off, acc, split);
   }
-}
+  void backward(const Piece &p, T *x, int off) const { backward_cut<T, kHermitian>(p, bk, x, off); }
+  unsigned passes(int s) const {
+    const unsigned steps = steps_of(s, false);
+    return ((steps & kForward) ? solve_walk::kWalkForward : 0u) |
+           ((steps & (kSqrtAfterForward | kDiagonal | kSqrtBeforeBackward))
+                ? solve_walk::kWalkMiddle
+                : 0u) |
+           ((steps & kBackward) ? solve_walk::kWalkBackward : 0u);
+  }
+  void middle(const FactorView<T> &f, const Limits &lim, int s, T *x) const {
+    middle_steps<T, kHermitian>(f, lim, bk, steps_of(s, false), 1, x, 0);
+  }
+};
 
 template <class T, bool kHermitian>
 void one_rhs(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
-  if (f.nsuper < 1) return;
-  const Limits lim = limits_of(f, in);
-  const bool bk = in.iparm21 != 0;
-  if (in.ntasks > 1 && in.parallel != 0 && in.taskrange != nullptr && temp != nullptr) {
-    task_substitution<T, kHermitian>(f, in, lim, bk, x, temp);
-    return;
-  }
-  // Serial form: the whole team enters, the first to arrive does the work.
-  int arrived = 0;
-#pragma omp parallel shared(arrived)
-  {
-    int mine = 0;
-#pragma omp critical(velmora_solve_entry)
-    mine = ++arrived;
-    if (mine == 1) serial_substitution<T, kHermitian>(f, in, lim, bk, x);
-  }
+  solve_walk::walk_one_rhs(f, in, LdlWalk<T, kHermitian>{in.iparm21 != 0}, x, temp);
 }
 
 // Panels whose used part has at most this many entries are solved column

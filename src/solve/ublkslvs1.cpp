@@ -17,6 +17,7 @@ namespace vm {
 namespace {
 
 using solve_walk::dot_group;
+using solve_walk::first_nonzero_supernode;
 using solve_walk::Limits;
 using solve_walk::limits_of;
 using solve_walk::runs_backward;
@@ -103,72 +104,26 @@ void backward_cut(const Cut<T> &c, T *x, int off) {
   }
 }
 
-// First supernode holding a nonzero entry of x among the forward columns,
-// or 0 when there is none.  NaN counts as nonzero.
+// The Cholesky family in the shared walk of one right-hand side.
 template <class T>
-int first_nonzero_supernode(const FactorView<T> &f, const Limits &lim, const T *x) {
-  for (int i = lim.fw_first; i <= lim.last; ++i)
-    if (x[i - lim.off] != T(0)) return f.snode[i - 1];
-  return 0;
-}
-
-template <class T>
-void forward_range(const FactorView<T> &f, const Limits &lim, int k0, int k1, T *x, T *acc,
-                   int split) {
-  Cut<T> c;
-  for (int k = k0; k <= k1; ++k) {
-    if (f.xsuper[k - 1] > lim.last) break;
-    if (cut_supernode(f, k, lim.fw_first, lim.last, &c)) forward_cut(c, x, lim.off, acc, split);
+struct CholeskyWalk {
+  using Piece = Cut<T>;
+  bool piece(const FactorView<T> &f, int k, int lo, const Limits &lim, Piece *p) const {
+    return cut_supernode(f, k, lo, lim.last, p);
   }
-}
-
-template <class T>
-void backward_range(const FactorView<T> &f, const Limits &lim, int k1, int k0, T *x) {
-  Cut<T> c;
-  for (int k = k1; k >= k0; --k) {
-    if (f.xsuper[k] - 1 < lim.bw_first) break;
-    if (cut_supernode(f, k, lim.bw_first, lim.last, &c)) backward_cut(c, x, lim.off);
+  bool beyond(const FactorView<T> &f, int k, const Limits &lim) const {
+    return f.xsuper[k - 1] > lim.last;
   }
-}
-
-template <class T>
-void serial_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, T *x) {
-  if (runs_forward(in.selector, false)) {
-    const int k0 = first_nonzero_supernode(f, lim, x);
-    if (k0 > 0) forward_range<T>(f, lim, k0, f.nsuper, x, nullptr, 0);
+  void forward(const Piece &p, T *x, int off, T *acc, int split) const {
+    forward_cut(p, x, off, acc, split);
   }
-  if (runs_backward(in.selector, false) && lim.last >= 1)
-    backward_range(f, lim, f.snode[lim.last - 1], 1, x);
-}
-
-template <class T>
-void task_substitution(const FactorView<T> &f, const SolveInput &in, const Limits &lim, T *x,
-                       T *temp) {
-  const int ntasks = in.ntasks, n = f.n;
-  const int *range = in.taskrange;
-  const int top = range[2 * ntasks - 1] + 1;  // first supernode of the top
-  const int top_col = top <= f.nsuper ? f.xsuper[top - 1] : n + 1;
-
-  if (runs_forward(in.selector, false)) {
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int t = 0; t < ntasks; ++t) {
-      T *acc = temp + static_cast<std::int64_t>(t) * n;
-      for (int i = top_col; i <= lim.last; ++i) acc[i - 1] = T(0);
-      forward_range(f, lim, range[2 * t], range[2 * t + 1], x, acc, top_col);
-    }
-    const int from = std::max(top_col, lim.off);
-    for (int t = 0; t < ntasks; ++t) {
-      const T *acc = temp + static_cast<std::int64_t>(t) * n;
-      for (int i = from; i <= lim.last; ++i) x[i - lim.off] += acc[i - 1];
-    }
-    forward_range<T>(f, lim, top, f.nsuper, x, nullptr, 0);
+  void backward(const Piece &p, T *x, int off) const { backward_cut(p, x, off); }
+  unsigned passes(int s) const {
+    return (runs_forward(s, false) ? solve_walk::kWalkForward : 0u) |
+           (runs_backward(s, false) ? solve_walk::kWalkBackward : 0u);
   }
-  if (runs_backward(in.selector, false)) {
-    backward_range(f, lim, f.nsuper, top, x);
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int t = 0; t < ntasks; ++t) backward_range(f, lim, range[2 * t + 1], range[2 * t], x);
-  }
-}
+  void middle(const FactorView<T> &, const Limits &, int, T *) const {}
+};
 
 // Panels whose used part has at most this many entries are solved column
 // by column for each right-hand side: a BLAS call costs more than the
@@ -184,21 +139,7 @@ bool small_panel(const Cut<T> &c) {
 
 template <class T>
 void BLKSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
-  if (f.nsuper < 1) return;
-  const Limits lim = limits_of(f, in);
-  if (in.ntasks > 1 && in.parallel != 0 && in.taskrange != nullptr && temp != nullptr) {
-    task_substitution(f, in, lim, x, temp);
-    return;
-  }
-  // Serial form: the whole team enters, the first to arrive does the work.
-  int arrived = 0;
-#pragma omp parallel shared(arrived)
-  {
-    int mine = 0;
-#pragma omp critical(velmora_solve_entry)
-    mine = ++arrived;
-    if (mine == 1) serial_substitution(f, in, lim, x);
-  }
+  solve_walk::walk_one_rhs(f, in, CholeskyWalk<T>(), x, temp);
 }
 
 template <class T>
