@@ -90,54 +90,11 @@ int merge_rows(int k, const int *rows, std::int64_t count, int *rowlist, int *ma
   return added;
 }
 
-}  // namespace
-
-/*
- * REORDER2_VELMORA
- *
- * In:   n, nsuper, xadj[n+1], adjncy, perm[n], invp[n], xsuper[nsuper+1],
- *       snode[n], colcnt[n], ndom, domains[2*(ndom+1)] (supernode ranges),
- *       unsym, indefinite, lnz_limit, unz_limit, lindx_size.
- * Out:  parent[n], sparent[nsuper], first_child[nsuper],
- *       next_sibling[nsuper], tasklist[nsuper], xlindx[nsuper+1],
- *       lindx[xlindx(nsuper+1)-1], xlnz[n+1], xunz[n+1] (when unsym),
- *       upd_first[nsuper], upd_next[nsuper], nmod[nsuper], *counts.
- * Work: 3n+1+nsuper ints: work[0..n) ancestors, then row marks;
- *       work[n..2n+1) the sorted row list (head at its entry 0);
- *       work[2n+1..3n+1) rows of A awaiting their merge;
- *       work[3n+1..3n+1+nsuper) the child counters of SCHED_VELMORA.
- */
-int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, const int *perm,
-                     const int *invp, const int *xsuper, const int *snode, const int *colcnt,
-                     int ndom, const int *domains, int unsym, int indefinite,
-                     std::int64_t lnz_limit, std::int64_t unz_limit, std::int64_t lindx_size,
-                     int *parent, int *sparent, int *first_child, int *next_sibling, int *tasklist,
-                     std::int64_t *xlindx, int *lindx, std::int64_t *xlnz, std::int64_t *xunz,
-                     int *upd_first, int *upd_next, int *nmod, SymbolicCounts *counts, int *work) {
-  *counts = SymbolicCounts{0, 1, 0, 0, 0, 0, 0, 0};
-  if (n < 0 || nsuper < 0 || nsuper > n || (n > 0 && nsuper == 0) || (unsym && !xunz)) {
-    return kSymbolicBadArgument;
-  }
-  const std::int64_t nn = n;
-  int *mark = work;
-  int *rowlist = work + nn;
-  int *arows = work + 2 * nn + 1;
-  int *nchild = work + 3 * nn + 1;
-  const int end_of_list = n + 1;
-
-  /* 1. Clear the offsets and the marks. */
-  parallel_fill(xlnz, nn + 1, std::int64_t{0});
-  if (unsym) parallel_fill(xunz, nn + 1, std::int64_t{0});
-  parallel_fill(work, nn, 0);
-
-  /* 2. Elimination tree in the final order. */
-  etree(n, xadj, adjncy, perm, invp, parent, mark);
-
-  /*
-   * 3. Supernodal tree: the parent of supernode k owns the parent of k's
-   * last column.  Children lists are built from the top down, so that
-   * children and roots come out in increasing order.
-   */
+// Step 3: the supernodal tree.  The parent of supernode k owns the parent
+// of k's last column.  Children lists are built from the top down, so that
+// children and roots come out in increasing order.  Returns the first root.
+int supernodal_tree(int nsuper, const int *parent, const int *xsuper, const int *snode,
+                    int *sparent, int *first_child, int *next_sibling) {
   parallel_fill(sparent, nsuper, 0);
   parallel_fill(first_child, nsuper, 0);
   parallel_fill(next_sibling, nsuper, 0);
@@ -155,15 +112,12 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
       root = k;
     }
   }
-  counts->first_root = root;
+  return root;
+}
 
-  /* 4. Task list. */
-  SCHED_VELMORA(nsuper, sparent, nchild, tasklist);
-
-  /* 5a, 5b. Offsets of L and U and the largest totals of one domain. */
-  int status = factor_offsets(n, nsuper, xsuper, colcnt, unsym, lnz_limit, unz_limit, xlnz, xunz,
-                              &counts->max_width);
-  if (status != kSymbolicOk) return status;
+// Step 5b: the largest lnz (and unz, when xunz is given) of one domain.
+void domain_peaks(int ndom, const int *domains, int nsuper, const int *xsuper,
+                  const std::int64_t *xlnz, const std::int64_t *xunz, SymbolicCounts *counts) {
   for (int d = 0; d < ndom; ++d) {
     const int sf = domains[2 * d];
     const int sl = domains[2 * d + 1];
@@ -171,40 +125,34 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
     const int cf = xsuper[sf - 1];
     const int ce = xsuper[sl]; /* first column after the domain */
     counts->lnz_peak = std::max(counts->lnz_peak, xlnz[ce - 1] - xlnz[cf - 1]);
-    if (unsym) counts->unz_peak = std::max(counts->unz_peak, xunz[ce - 1] - xunz[cf - 1]);
+    if (xunz) counts->unz_peak = std::max(counts->unz_peak, xunz[ce - 1] - xunz[cf - 1]);
   }
+}
 
-  /* 5c. Row list pointers: a supernode holds the rows of its first column. */
-  xlindx[0] = 1;
-  for (int k = 1; k <= nsuper; ++k) xlindx[k] = xlindx[k - 1] + colcnt[xsuper[k - 1] - 1];
-  if (xlindx[nsuper] - 1 > lindx_size) return kSymbolicLimit;
+// What step 5d reads and writes.
+struct RowStructure {
+  int n, nsuper;
+  const int *xadj, *adjncy, *perm, *invp, *xsuper, *snode, *first_child, *next_sibling;
+  const std::int64_t *xlindx;
+  int *lindx, *upd_first, *upd_next;
+  int *work;  // 4n+1: marks, the row list, A's rows
+};
 
-  /*
-   * 5d. Row structure.  The structure of a supernode is that of its first
-   * column f: f itself, the rows of A below f in column f, and the rows of
-   * every child supernode below the child's own columns (each child's
-   * rows lie in the structure of the column its last column hangs from,
-   * which is contained in f's).  Children's lists are sorted, so each is
-   * merged by one walk of the sorted list; A's rows come in original order
-   * and are sorted first.  A mark per row and supernode lets a row enter
-   * once.  The merging stops as soon as the list holds as many rows as
-   * colcnt(f) announces; a list that does not reach exactly that length,
-   * or does not start with the supernode's own columns, is an error.
-   *
-   * 5e. Update chains.  A left-looking factorization, when it comes to
-   * supernode J, must apply the updates of every earlier supernode K with
-   * a row in J.  It keeps each finished K on the chain of the one
-   * supernode K must update next; the chain of J thus lists exactly the
-   * K whose next target is J.  Before any update, the next target of K is
-   * the owner of its first row below its own columns, which is its parent
-   * in the supernodal tree; so each K with rows below its columns starts on
-   * its parent's chain.  After applying K to J, the factorization moves K
-   * to the owner of its first row beyond J.  upd_first/upd_next are that
-   * initial state.  They hold the same sets as the child lists of step 3,
-   * but are a separate copy because the factorization consumes and
-   * relinks them, while the child lists describe the tree for the
-   * scheduler and must stay intact.
-   */
+// Steps 5d and 5e: the row structure of every supernode and the initial
+// update chains (see REORDER2_VELMORA).  Returns kSymbolicOk, or
+// kSymbolicRowList for a list that does not come out as announced.
+int row_structure(const RowStructure &rs) {
+  const int n = rs.n, nsuper = rs.nsuper;
+  const std::int64_t nn = n;
+  const int *xadj = rs.xadj, *adjncy = rs.adjncy, *perm = rs.perm, *invp = rs.invp;
+  const int *xsuper = rs.xsuper, *snode = rs.snode, *first_child = rs.first_child,
+            *next_sibling = rs.next_sibling;
+  const std::int64_t *xlindx = rs.xlindx;
+  int *lindx = rs.lindx, *upd_first = rs.upd_first, *upd_next = rs.upd_next;
+  int *mark = rs.work;
+  int *rowlist = rs.work + nn;
+  int *arows = rs.work + 2 * nn + 1;
+  const int end_of_list = n + 1;
   parallel_fill(upd_first, nsuper, 0);
   parallel_fill(upd_next, nsuper, 0);
   for (std::int64_t j = 0; j < nn; ++j) mark[j] = 0;
@@ -256,6 +204,99 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
       upd_first[target - 1] = k;
     }
   }
+
+  return kSymbolicOk;
+}
+
+}  // namespace
+
+/*
+ * REORDER2_VELMORA
+ *
+ * In:   n, nsuper, xadj[n+1], adjncy, perm[n], invp[n], xsuper[nsuper+1],
+ *       snode[n], colcnt[n], ndom, domains[2*(ndom+1)] (supernode ranges),
+ *       unsym, indefinite, lnz_limit, unz_limit, lindx_size.
+ * Out:  parent[n], sparent[nsuper], first_child[nsuper],
+ *       next_sibling[nsuper], tasklist[nsuper], xlindx[nsuper+1],
+ *       lindx[xlindx(nsuper+1)-1], xlnz[n+1], xunz[n+1] (when unsym),
+ *       upd_first[nsuper], upd_next[nsuper], nmod[nsuper], *counts.
+ * Work: 3n+1+nsuper ints: work[0..n) ancestors, then row marks;
+ *       work[n..2n+1) the sorted row list (head at its entry 0);
+ *       work[2n+1..3n+1) rows of A awaiting their merge;
+ *       work[3n+1..3n+1+nsuper) the child counters of SCHED_VELMORA.
+ */
+int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, const int *perm,
+                     const int *invp, const int *xsuper, const int *snode, const int *colcnt,
+                     int ndom, const int *domains, int unsym, int indefinite,
+                     std::int64_t lnz_limit, std::int64_t unz_limit, std::int64_t lindx_size,
+                     int *parent, int *sparent, int *first_child, int *next_sibling, int *tasklist,
+                     std::int64_t *xlindx, int *lindx, std::int64_t *xlnz, std::int64_t *xunz,
+                     int *upd_first, int *upd_next, int *nmod, SymbolicCounts *counts, int *work) {
+  *counts = SymbolicCounts{0, 1, 0, 0, 0, 0, 0, 0};
+  if (n < 0 || nsuper < 0 || nsuper > n || (n > 0 && nsuper == 0) || (unsym && !xunz)) {
+    return kSymbolicBadArgument;
+  }
+  const std::int64_t nn = n;
+  int *mark = work;
+  int *nchild = work + 3 * nn + 1;
+
+  /* 1. Clear the offsets and the marks. */
+  parallel_fill(xlnz, nn + 1, std::int64_t{0});
+  if (unsym) parallel_fill(xunz, nn + 1, std::int64_t{0});
+  parallel_fill(work, nn, 0);
+
+  /* 2. Elimination tree in the final order. */
+  etree(n, xadj, adjncy, perm, invp, parent, mark);
+
+  /* 3. Supernodal tree. */
+  const int root =
+      supernodal_tree(nsuper, parent, xsuper, snode, sparent, first_child, next_sibling);
+  counts->first_root = root;
+
+  /* 4. Task list. */
+  SCHED_VELMORA(nsuper, sparent, nchild, tasklist);
+
+  /* 5a, 5b. Offsets of L and U and the largest totals of one domain. */
+  int status = factor_offsets(n, nsuper, xsuper, colcnt, unsym, lnz_limit, unz_limit, xlnz, xunz,
+                              &counts->max_width);
+  if (status != kSymbolicOk) return status;
+  domain_peaks(ndom, domains, nsuper, xsuper, xlnz, unsym ? xunz : nullptr, counts);
+
+  /* 5c. Row list pointers: a supernode holds the rows of its first column. */
+  xlindx[0] = 1;
+  for (int k = 1; k <= nsuper; ++k) xlindx[k] = xlindx[k - 1] + colcnt[xsuper[k - 1] - 1];
+  if (xlindx[nsuper] - 1 > lindx_size) return kSymbolicLimit;
+
+  /*
+   * 5d. Row structure.  The structure of a supernode is that of its first
+   * column f: f itself, the rows of A below f in column f, and the rows of
+   * every child supernode below the child's own columns (each child's
+   * rows lie in the structure of the column its last column hangs from,
+   * which is contained in f's).  Children's lists are sorted, so each is
+   * merged by one walk of the sorted list; A's rows come in original order
+   * and are sorted first.  A mark per row and supernode lets a row enter
+   * once.  The merging stops as soon as the list holds as many rows as
+   * colcnt(f) announces; a list that does not reach exactly that length,
+   * or does not start with the supernode's own columns, is an error.
+   *
+   * 5e. Update chains.  A left-looking factorization, when it comes to
+   * supernode J, must apply the updates of every earlier supernode K with
+   * a row in J.  It keeps each finished K on the chain of the one
+   * supernode K must update next; the chain of J thus lists exactly the
+   * K whose next target is J.  Before any update, the next target of K is
+   * the owner of its first row below its own columns, which is its parent
+   * in the supernodal tree; so each K with rows below its columns starts on
+   * its parent's chain.  After applying K to J, the factorization moves K
+   * to the owner of its first row beyond J.  upd_first/upd_next are that
+   * initial state.  They hold the same sets as the child lists of step 3,
+   * but are a separate copy because the factorization consumes and
+   * relinks them, while the child lists describe the tree for the
+   * scheduler and must stay intact.
+   */
+  status =
+      row_structure(RowStructure{n, nsuper, xadj, adjncy, perm, invp, xsuper, snode, first_child,
+                                 next_sibling, xlindx, lindx, upd_first, upd_next, work});
+  if (status != kSymbolicOk) return status;
 
   /* 6. Entry counts.  U: 1 when not stored or empty. */
   counts->nnzl = xlnz[n] - 1;
