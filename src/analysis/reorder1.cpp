@@ -41,9 +41,8 @@ int take_user_perm(int n, const int *user_perm, int *perm, int *seen) {
   return 0;
 }
 
-// Runs the ordering of cb->s.ordering; nested dissection fills domains.
-int run_ordering(int n, ControlBlock *cb, const Reorder1Arrays &a, int target, int *ndom) {
-  const ControlState &s = cb->s;
+// Runs the ordering of s.ordering; nested dissection fills domains.
+int run_ordering(int n, const Reorder1Settings &s, const Reorder1Arrays &a, int target, int *ndom) {
   *ndom = 1;
   switch (s.ordering) {
     case 0:
@@ -100,40 +99,41 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 }
 
 int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,
-                     const int *given_domains, const int *mask, ControlBlock *cb,
-                     const Reorder1Arrays &a) {
-  ControlState &s = cb->s;
+                     const int *given_domains, const int *mask, const Reorder1Settings &s,
+                     const Reorder1Arrays &a, Reorder1Results *out) {
+  Reorder1Results &r = *out;
+  r = Reorder1Results{};
 
   double t0 = omp_get_wtime();
   if (ladj_mod_capacity(n, ia) > 0x7ffffffe) return kReorderOverflow;
-  s.nadj =
+  r.nadj =
       static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, s.nthreads, a.xadj, a.adjncy, a.work));
   debug_dump_array("xadj", a.xadj, n + 1, 4);
-  debug_dump_array("adjncy", a.adjncy, s.nadj, 4);
-  add_time(cb, kTimeFullAdj, omp_get_wtime() - t0);
+  debug_dump_array("adjncy", a.adjncy, r.nadj, 4);
+  r.t_adjacency = omp_get_wtime() - t0;
 
   t0 = omp_get_wtime();
-  s.target_domains = domain_target(n, s.nthreads, s.nnodes);
+  r.target_domains = domain_target(n, s.nthreads, s.nnodes);
   int ndom = 1;
   int status = 0;
-  if (s.perm_mode >= 1 || s.sym_matched) {
+  if (s.perm_mode >= 1 || s.given_order) {
     status = take_user_perm(n, user_perm, a.perm, a.work);
     // A symmetric matching ordered its compressed graph by nested
     // dissection: its domains hold whole 2x2 pairs and are taken as they
     // come (never more than the list was sized for).
-    if (status == 0 && given_domains && s.sym_matched && given_domains[0] >= 2 &&
-        given_domains[0] <= s.target_domains) {
+    if (status == 0 && given_domains && s.given_order && given_domains[0] >= 2 &&
+        given_domains[0] <= r.target_domains) {
       ndom = given_domains[0];
       std::copy(given_domains + 1, given_domains + 1 + 2 * ndom, a.domains);
     }
   } else {
-    status = run_ordering(n, cb, a, s.target_domains, &ndom);
+    status = run_ordering(n, s, a, r.target_domains, &ndom);
   }
   debug_dump_array("invp after sssord", a.invp, n, 4);
   debug_dump_array("perm after sssord", a.perm, n, 4);
   if (status != 0) return status;
   const bool dissection =
-      s.perm_mode < 1 && (s.sym_matched ? ndom >= 2 : (s.ordering == 2 || s.ordering == 3));
+      s.perm_mode < 1 && (s.given_order ? ndom >= 2 : (s.ordering == 2 || s.ordering == 3));
 
   // Domains: nested dissection hands its subgraphs over; everything else,
   // and any partial solve, is one domain.
@@ -143,35 +143,35 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   } else if (regroup_domains(n, a.perm, a.domains, &ndom, s.schur_size, a.work) != 0) {
     ndom = 1;
   }
-  if (s.sparse_rhs > 0 && mask) s.marked_rows = move_marked_rows_last(n, a.perm, mask, a.work);
-  s.ndom = close_domain_list(n, a.domains, ndom);
-  s.domain_width = 0;
-  for (int d = 0; d < s.ndom; ++d)
-    s.domain_width = std::max(s.domain_width, a.domains[2 * d + 1] - a.domains[2 * d] + 1);
+  if (s.sparse_rhs > 0 && mask) r.marked_rows = move_marked_rows_last(n, a.perm, mask, a.work);
+  r.ndom = close_domain_list(n, a.domains, ndom);
+  r.domain_width = 0;
+  for (int d = 0; d < r.ndom; ++d)
+    r.domain_width = std::max(r.domain_width, a.domains[2 * d + 1] - a.domains[2 * d] + 1);
 
 #pragma omp parallel for schedule(static)
   for (int k = 0; k < n; ++k) a.invp[a.perm[k] - 1] = k + 1;
-  add_time(cb, kTimeReorder, omp_get_wtime() - t0);
+  r.t_ordering = omp_get_wtime() - t0;
 
   t0 = omp_get_wtime();
   std::int64_t nnzl = 0, nsub = 0;
   int nsuper = 0;
-  status = sfinit(n, &s.ndom, a.domains, a.xadj, a.adjncy, a.perm, a.invp, a.parent, a.colcnt,
+  status = sfinit(n, &r.ndom, a.domains, a.xadj, a.adjncy, a.perm, a.invp, a.parent, a.colcnt,
                   &nnzl, &nsub, &nsuper, a.snode, a.xsuper, a.work, s.panel_size, s.schur_size,
                   kSchurPostorder);
   debug_dump_array("invp after sfinit", a.invp, n, 4);
   debug_dump_array("perm after sfinit", a.perm, n, 4);
-  add_time(cb, kTimeSymbFct, omp_get_wtime() - t0);
+  r.t_symbolic = omp_get_wtime() - t0;
   if (status != 0) return status;
-  if (s.sparse_rhs > 0 && s.marked_rows > 0)
-    start_supernode_at(n - s.marked_rows + 1, n, a.colcnt, a.snode, a.xsuper, &nsuper, &nsub,
-                       a.domains, s.ndom + 1);
-  s.nsuper = nsuper;
-  s.nsub = nsub;
-  s.fill = nnzl;
-  s.max_supernode = 0;
+  if (s.sparse_rhs > 0 && r.marked_rows > 0)
+    start_supernode_at(n - r.marked_rows + 1, n, a.colcnt, a.snode, a.xsuper, &nsuper, &nsub,
+                       a.domains, r.ndom + 1);
+  r.nsuper = nsuper;
+  r.nsub = nsub;
+  r.fill = nnzl;
+  r.max_supernode = 0;
   for (int k = 0; k < nsuper; ++k)
-    s.max_supernode = std::max(s.max_supernode, a.xsuper[k + 1] - a.xsuper[k]);
+    r.max_supernode = std::max(r.max_supernode, a.xsuper[k + 1] - a.xsuper[k]);
   return 0;
 }
 

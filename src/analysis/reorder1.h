@@ -5,8 +5,6 @@
 
 #include <cstdint>
 
-#include "interface/control.h"
-
 namespace vm {
 
 // Arrays REORDER1_VELMORA fills, carved by the caller (one-based contents).
@@ -24,6 +22,33 @@ struct Reorder1Arrays {
   std::int64_t lwork;
 };
 
+// The settings of an analysis that the first half reads.
+struct Reorder1Settings {
+  int ordering = 0;          // iparm(2)
+  int nthreads = 1;          // team of the analysis
+  int nnodes = 1;            // nodes of the distributed mode
+  int perm_mode = 0;         // iparm(5): >= 1 takes user_perm
+  int given_order = 0;       // 1: user_perm is the order of a symmetric matching
+  int mmd_on_separator = 1;  // of the constrained minimum degree
+  int sparse_rhs = 0;        // iparm(31): a partial solve
+  int schur_size = 0;        // iparm(38)
+  int panel_size = 0;        // width limit of a supernode
+};
+
+// What it finds, and the seconds its three parts took (-1: not reached).
+struct Reorder1Results {
+  int nadj = 0;            // entries of the adjacency graph
+  int target_domains = 1;  // domains asked of nested dissection
+  int ndom = 1;            // domains below the top pair
+  int domain_width = 0;    // largest domain, in columns
+  int marked_rows = 0;     // rows of a partial solve
+  int nsuper = 0;
+  int max_supernode = 0;
+  std::int64_t nsub = 0;
+  std::int64_t fill = 0;  // entries of L, diagonal included
+  double t_adjacency = -1, t_ordering = -1, t_symbolic = -1;
+};
+
 // Status values besides 0 and the ordering routines' own.
 constexpr int kReorderBadUserPerm = -11;  // the caller's perm is no permutation
 constexpr int kReorderOverflow = -182;    // the graph exceeds 32-bit indices
@@ -39,17 +64,13 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 //        order of a symmetric matching); given_domains (with the order of a
 //        symmetric matching: its domain count, then that many one-based
 //        (first, last) pairs of positions; null otherwise); mask
-//        (the partial-solve marks, read when sparse_rhs > 0); cb: ordering,
-//        nthreads, nnodes, perm_mode, schur_size, sparse_rhs, panel_size,
-//        mmd_on_separator, mtype
-//   out: the arrays of a; in cb: nadj, target_domains, ndom, domain_width,
-//        nsuper, max_supernode, nsub, marked_rows, and the timers
-//        "fulladj", "reorder", "symbfct"
+//        (the partial-solve marks, read when sparse_rhs > 0); the settings
+//   out: the arrays of a, and the results
 // Returns 0, kReorderBadUserPerm, kReorderOverflow, or the nonzero status
 // of the ordering routine (1: out of memory inside METIS or AMD).
 int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,
-                     const int *given_domains, const int *mask, ControlBlock *cb,
-                     const Reorder1Arrays &a);
+                     const int *given_domains, const int *mask, const Reorder1Settings &set,
+                     const Reorder1Arrays &a, Reorder1Results *out);
 
 }  // namespace vm
 

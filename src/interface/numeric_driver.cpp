@@ -81,7 +81,32 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
     given = kept.perm;
     given_domains = kept.ndom;
   }
-  const int status = REORDER1_VELMORA(n, c.ia, c.ja, rowmap, given, given_domains, c.perm, cb, a);
+  ControlState &s = cb->s;
+  Reorder1Settings set;
+  set.ordering = s.ordering;
+  set.nthreads = s.nthreads;
+  set.nnodes = s.nnodes;
+  set.perm_mode = s.perm_mode;
+  set.given_order = s.sym_matched;
+  set.mmd_on_separator = s.mmd_on_separator;
+  set.sparse_rhs = s.sparse_rhs;
+  set.schur_size = s.schur_size;
+  set.panel_size = s.panel_size;
+  Reorder1Results r;
+  const int status =
+      REORDER1_VELMORA(n, c.ia, c.ja, rowmap, given, given_domains, c.perm, set, a, &r);
+  s.nadj = r.nadj;
+  s.target_domains = r.target_domains;
+  s.ndom = r.ndom;
+  s.domain_width = r.domain_width;
+  s.marked_rows = r.marked_rows;
+  s.nsuper = r.nsuper;
+  s.max_supernode = r.max_supernode;
+  s.nsub = r.nsub;
+  s.fill = r.fill;
+  if (r.t_adjacency >= 0) add_time(cb, kTimeFullAdj, r.t_adjacency);
+  if (r.t_ordering >= 0) add_time(cb, kTimeReorder, r.t_ordering);
+  if (r.t_symbolic >= 0) add_time(cb, kTimeSymbFct, r.t_symbolic);
   if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
   return status;
 }
