@@ -561,7 +561,6 @@ TEST(Ldl, FactorShellRunsTheMembers) {
   Ldl r = factor(a, Ordering::kAmd, 16, 0, 0.0);
   vm::FactorView<void> view = factor_setup::untyped(r.rec.view);
   vm::FactorWork<void> fw = factor_setup::untyped(r.rec.work);
-  vector<double> rctl(vm::kRctlTimers + vm::kTimers, 0.0);
   vm::FactorOptions o;
   o.mtype = -2;
   o.determinant = 1;
@@ -570,13 +569,13 @@ TEST(Ldl, FactorShellRunsTheMembers) {
     for (int iparm21 : {0, 1}) {
       o.sequential = seq;
       o.iparm21 = iparm21;
-      rctl[vm::kRctlLogDet2 - 1] = 0.0;
+      vm::FactorTimes times;
       vm::FactorScalars out;
-      EXPECT_EQ(vm::FACTOR_SHELL_VELMORA(o, view, r.rec.input, fw, rctl.data(), nullptr, &out), 0);
+      EXPECT_EQ(vm::FACTOR_SHELL_VELMORA(o, view, r.rec.input, fw, &times, &out), 0);
       EXPECT_EQ(out.pivot_mode, iparm21 == 0 ? -1 : 0);
       EXPECT_EQ(out.npos, r.sc.npos);
       EXPECT_EQ(out.nneg, r.sc.nneg);
-      EXPECT_NEAR(rctl[vm::kRctlLogDet2 - 1], logdet, 1e-10);
+      EXPECT_NEAR(times.logdet, logdet, 1e-10);
     }
 }
 

@@ -102,8 +102,8 @@ struct FactorScalars {
   int npos = 0;                 // positive pivots
   int nneg = 0;                 // negative pivots
   int determinant = 0;          // 1: accumulate the log-determinant
-  double *logdet = nullptr;     // rctl(18): log |det| (real part)
-  double *logdet_im = nullptr;  // rctl(17): imaginary part (complex LU)
+  double *logdet = nullptr;     // log |det| (real part), summed into
+  double *logdet_im = nullptr;  // its imaginary part (complex LU)
   std::int64_t schur_nnz = 0;   // entries of the Schur block
 };
 

@@ -16,7 +16,6 @@
 #include "factor/blklu.h"
 #include "factor/fp_mode.h"
 #include "factor/scalar_traits.h"
-#include "interface/control.h"
 
 namespace vm {
 
@@ -72,7 +71,7 @@ void dump_symbolic(const FactorView<void> &f, bool with_u) {
 }
 
 // Runs an LU member on factor storage of element type T and, with
-// determinant 1, adds the pivots' share of log|det| to rctl(18).
+// determinant 1, adds the pivots' share of log|det| to *sc.logdet.
 // general: the members for unsymmetric patterns (complete pivoting in the
 // block); seq: the sequential member rather than the parallel entry.
 template <class T>
@@ -299,8 +298,8 @@ int NUMFCT_UNSYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
 
   dump_symbolic(f, true);
   // With determinant 1 the LU members' runner adds log|u_jj| of U's
-  // diagonal to rctl(18); the complex members also add the arguments of
-  // the u_jj, with pi for each exchanged row or column, into rctl(17).
+  // diagonal to *sc.logdet; the complex members also add the arguments of
+  // the u_jj, with pi for each exchanged row or column, to *sc.logdet_im.
   run_member(select_factor_member(opt), f, in, work, sc);
   dump_factor("lnz after numerical factorization", f.lnz, f.xlnz[f.n] - 1, opt);
   if (f.xunz != nullptr) {
@@ -310,20 +309,18 @@ int NUMFCT_UNSYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
 }
 
 int FACTOR_SHELL_VELMORA(const FactorOptions &opt, const FactorView<void> &f, const MatrixInput &in,
-                         FactorWork<void> &work, double *rctl, int *timer_flags,
-                         FactorScalars *out) {
+                         FactorWork<void> &work, FactorTimes *times, FactorScalars *out) {
   const int n = f.n;
   debug_dump_array("luperm bef. scatter A", in.perm, n, 4);
   const std::int64_t nnz = n > 0 ? in.ia[n] - 1 : 0;
   debug_dump_array("A bef. scatter A", in.a, is_complex_type(opt.mtype) ? 2 * nnz : nnz, 8);
 
   const double t0 = omp_get_wtime();
-  rctl[kRctlTimers + kTimeAtoLU - 1] = t0 - opt.phase_start;
-  if (timer_flags != nullptr) timer_flags[kTimeAtoLU] |= 1;
+  times->a_to_lu = t0 - opt.phase_start;
 
   *out = FactorScalars{};
-  out->logdet = &rctl[kRctlLogDet2 - 1];
-  out->logdet_im = &rctl[kRctlLogDet1 - 1];
+  out->logdet = &times->logdet;
+  out->logdet_im = &times->logdet_im;
   if (opt.symmetric_pattern == 1) {
     NUMFCT_SYM_VELMORA(opt, f, in, work, out);
   } else {
@@ -347,8 +344,7 @@ int FACTOR_SHELL_VELMORA(const FactorOptions &opt, const FactorView<void> &f, co
     }
   }
 
-  rctl[kRctlTimers + kTimeNumFct - 1] = omp_get_wtime() - t0;
-  if (timer_flags != nullptr) timer_flags[kTimeNumFct] |= 1;
+  times->numfct = omp_get_wtime() - t0;
   return 0;
 }
 

@@ -26,7 +26,7 @@ struct FactorOptions {
   int schur_size = 0;         // > 0 forces the sequential member
   int eps_exponent = 0;       // iparm(10)
   int iparm21 = 0;            // 0: diagonal pivoting, else Bunch-Kaufman
-  int determinant = 0;        // 1: sum the log-determinant into rctl(18)
+  int determinant = 0;        // 1: sum the log-determinant
   int single_precision = 0;   // iparm(29)
   int distributed = 0;        // iparm(51)
   int perm_mode = 0;          // the caller's iparm(5)
@@ -85,7 +85,7 @@ double fit_threshold(double eps, int n, const int *ia, const double *a);
 // NUMFCT_SYM_VELMORA: factorization of mtype 2, -2, 4, -4, 6.  Sets
 // sc->eps (fitted for -4, -2, 6), sc->pivot_mode (-1 when iparm21 is 0,
 // else 0) and sc->determinant, runs the member and returns sc->iflag:
-// 0, -1, -2, or kFactorNotAvailable.  sc->logdet must point at rctl(18).
+// 0, -1, -2, or kFactorNotAvailable.  sc->logdet must point at the sum.
 int NUMFCT_SYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, const MatrixInput &in,
                        FactorWork<void> &work, FactorScalars *sc);
 
@@ -94,18 +94,22 @@ int NUMFCT_SYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, cons
 int NUMFCT_UNSYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, const MatrixInput &in,
                          FactorWork<void> &work, FactorScalars *sc);
 
+// What the shell measures and sums for the caller's report.
+struct FactorTimes {
+  double a_to_lu = -1;   // seconds from opt.phase_start to the factorization
+  double numfct = -1;    // seconds of the factorization; -1 when it failed
+  double logdet = 0;     // log |det| (real part), with opt.determinant 1
+  double logdet_im = 0;  // its imaginary part (complex LU)
+};
+
 // FACTOR_SHELL_VELMORA: the numeric factorization of one call.
-//   rctl: the control block's doubles, numbered from one as rctl(k) =
-//   rctl[k-1]: the log-determinant words rctl(17), rctl(18) and the timers
-//   "A to LU" (time since opt.phase_start) and "numfct" (time of the
-//   dispatch); timer_flags (may be null) gets their bit set.
+//   times: filled as FactorTimes says (its sums start from what it holds).
 //   out: iflag (the internal error: 0, -1, -2, kFactorNotAvailable),
 //   perturbed, npos, nneg, schur_nnz.  With mtype -2 and perm_mode 1 the
 //   fill-reducing order, with the block pivots applied, goes to
 //   opt.perm_out.  Returns out->iflag.
 int FACTOR_SHELL_VELMORA(const FactorOptions &opt, const FactorView<void> &f, const MatrixInput &in,
-                         FactorWork<void> &work, double *rctl, int *timer_flags,
-                         FactorScalars *out);
+                         FactorWork<void> &work, FactorTimes *times, FactorScalars *out);
 
 }  // namespace vm
 

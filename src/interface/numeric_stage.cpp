@@ -219,7 +219,16 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   // The caller's setting comes back afterwards.
   const int team = omp_get_max_threads();
   omp_set_num_threads(1);
-  const int status = FACTOR_SHELL_VELMORA(opt, f, in, w, cb->rctl, cb->timer_flags, &sc);
+  FactorTimes times;
+  const int status = FACTOR_SHELL_VELMORA(opt, f, in, w, &times, &sc);
+  rctl(cb, kRctlTimers + kTimeAtoLU) = times.a_to_lu;
+  cb->timer_flags[kTimeAtoLU] |= 1;
+  if (times.numfct >= 0) {
+    rctl(cb, kRctlTimers + kTimeNumFct) = times.numfct;
+    cb->timer_flags[kTimeNumFct] |= 1;
+  }
+  rctl(cb, kRctlLogDet2) = times.logdet;
+  rctl(cb, kRctlLogDet1) = times.logdet_im;
   omp_set_num_threads(team);
   s = saved;
   s.perturbed_pivots = sc.perturbed;
