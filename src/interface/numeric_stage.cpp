@@ -51,8 +51,11 @@ RowLayout row_layout(const ControlBlock *cb) {
   return l;
 }
 
-int factor_threads(const ControlBlock *cb) {
-  return std::max(1, cb->s.nthreads);
+// Threads that factor, and so the slices of the factorization's workspace
+// (indmap, relind, temp): one, since the supernodes are taken one after
+// another whatever the team.  The workspace follows this count alone.
+int factor_threads(const ControlBlock *) {
+  return 1;
 }
 
 std::int64_t factor_ints(const ControlBlock *cb) {
