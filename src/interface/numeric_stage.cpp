@@ -321,8 +321,7 @@ std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb) {
   return 8 * std::max(formula, refine_work_doubles(rs));
 }
 
-int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
-  const int phase = *c.phase;
+int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage) {
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   const double phase_start = omp_get_wtime();
   // Single-precision factors are not part of this build.
@@ -330,18 +329,24 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
     *stage = -1;
     return kCodeNotAvailable;
   }
-  if (phase < 30) {
-    const int status = factorize(c, cb, row, phase_start);
-    if (status == kFactorNotAvailable) {
-      *stage = -1;
-      return kCodeNotAvailable;
-    }
-    if (status != 0) {
-      *stage = -4;
-      return status;
-    }
+  const int status = factorize(c, cb, row, phase_start);
+  if (status == kFactorNotAvailable) {
+    *stage = -1;
+    return kCodeNotAvailable;
   }
-  if (phase % 10 != 3) return 0;
+  if (status != 0) {
+    *stage = -4;
+    return status;
+  }
+  return 0;
+}
+
+int numeric_solve(const CallArgs &c, ControlBlock *cb, int *stage) {
+  std::intptr_t *row = factor_row(c.pt, *c.mnum);
+  if (cb->s.single_precision != 0) {
+    *stage = -1;
+    return kCodeNotAvailable;
+  }
   if (row[kRowFactored] != 1) {
     *stage = -1;
     return 10000;  // a solve with no factorization in this row
@@ -357,6 +362,15 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
     return error;
   }
   return 0;
+}
+
+int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
+  const int phase = *c.phase;
+  if (phase < 30) {
+    const int status = numeric_factorize(c, cb, stage);
+    if (status != 0) return status;
+  }
+  return phase % 10 == 3 ? numeric_solve(c, cb, stage) : 0;
 }
 
 }  // namespace vm

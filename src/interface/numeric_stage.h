@@ -29,8 +29,13 @@ std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool 
 // refinement runs.
 std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb);
 
+// The factorization of row mnum, and the solve with its refinement on it.
+// Each returns 0 or a code; *stage receives the result class.
+int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage);
+int numeric_solve(const CallArgs &c, ControlBlock *cb, int *stage);
+
 // Stage 4: factorization for phase below 30, then the solve for phase
-// ending in 3.  Returns 0 or a code; *stage receives the result class.
+// ending in 3.
 int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage);
 
 }  // namespace vm

@@ -384,10 +384,7 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
     // of this call, so that solves after a factorization find it big enough.
     const bool rhs_known = c.nrhs != nullptr && *c.nrhs >= 1;
     if (grow_work(c, cb, numeric_work_bytes(c, cb, true, rhs_known), f) != 0) return f->result;
-    int factor_phase = phase / 10 * 10 + 2;
-    CallArgs cf = c;
-    cf.phase = &factor_phase;
-    code = NUMERIC_DRIVER_VELMORA(cf, cb, &st);
+    code = numeric_factorize(c, cb, &st);
     ip(iparm, 14) = cb->s.perturbed_pivots;
     ip(iparm, 22) = cb->s.inertia_pos;
     ip(iparm, 23) = cb->s.inertia_neg;
@@ -413,11 +410,8 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
       }
       cb->s.refine_bytes = refine;
     }
-    int solve_phase = 33;
-    CallArgs cs = c;
-    cs.phase = &solve_phase;
     st = kStageNumeric;
-    code = NUMERIC_DRIVER_VELMORA(cs, cb, &st);
+    code = numeric_solve(c, cb, &st);
     group_release(&pt_slot(pt, kPtRefineWork));
     cb->s.refine_bytes = 0;
     ip(iparm, 7) = cb->s.refine_steps;
