@@ -8,6 +8,7 @@
 
 #include "analysis/parallel_fill.h"
 #include "analysis/symbolic.h"
+#include "factor/workspace.h"
 
 namespace vm {
 
@@ -40,20 +41,16 @@ void FNPMOD_VELMORA(int nsuper, const int *xsuper, const std::int64_t *xlindx, c
 }
 
 /*
- * compute_tmpsiz: entries of the dense buffer `temp` one thread needs.
+ * compute_tmpsiz: entries of the dense buffer `temp` one task needs: the
+ * largest use the factorization makes of it (see factor/workspace.h),
+ *  - update of target T by supernode J (width wJ) through the c rows of J
+ *    inside T, the result block reaching the q rows of J from the first
+ *    one in T to the end, with the copy of the c rows (wJ wide) behind it;
+ *  - the Bunch-Kaufman panel of supernode K: wK x qK for the qK rows
+ *    below its wK columns;
+ * over all supernodes and all their target groups.
  *
  * In:   n, nsuper, xsuper, xlindx, lindx, snode, indefinite.  Work: none.
- *
- * Uses of `temp` by the factorization, one at a time (the buffer is zero
- * between uses):
- *  - update of target T by supernode J (width wJ): the rows of J from the
- *    first one in T to the end (q of them) times the c rows of J inside
- *    T, a q x c block; the LDL^T families also keep the D-scaled copy of
- *    J's c rows, c x wJ, behind it.  Term: c*(q + wJ).
- *  - the transposed off-diagonal panel of the Bunch-Kaufman family:
- *    wK x qK for supernode K with qK rows below its wK columns.
- * The size is the largest term over all supernodes and all their target
- * groups, so every test the factorization makes against it passes.
  *
  * Supernodes are scanned from the last one with a running best; a
  * supernode's walk stops as soon as the rows left (q) cannot produce a
@@ -69,20 +66,20 @@ std::int64_t compute_tmpsiz(int n, int nsuper, const int *xsuper, const std::int
     const std::int64_t width = xsuper[k] - xsuper[k - 1];
     const std::int64_t below = xlindx[k] - xlindx[k - 1] - width;
     maxw = std::max(maxw, width);
-    best = std::max(best, width * below);
-    if (below * (below + width) <= best) continue;
+    best = std::max(best, panel_temp_entries(width, below));
+    if (update_temp_entries(below, below, width) <= best) continue;
     std::int64_t p = xlindx[k - 1] + width;
     const std::int64_t end = xlindx[k];
     while (p < end) {
       const std::int64_t q = end - p;
-      if (q * (q + width) <= best) break;
+      if (update_temp_entries(q, q, width) <= best) break;
       const int target = snode[lindx[p - 1] - 1];
       std::int64_t c = 0;
       while (p < end && snode[lindx[p - 1] - 1] == target) {
         ++c;
         ++p;
       }
-      best = std::max(best, c * (q + width));
+      best = std::max(best, update_temp_entries(c, q, width));
     }
   }
   if (best == 0) {

@@ -23,7 +23,8 @@ namespace vm {
 //        update).  With sc.determinant 1, *sc.logdet gains the sum of
 //        log(l_jj^2).  sc.schur_nnz and the return value: the entries of
 //        the Schur block.
-// link and temp are cleared here; temp is left zero.  Nothing is allocated.
+// The chains are cleared here; temp is scratch (factor_args.h).  Nothing
+// is allocated.
 template <class T>
 std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                               FactorScalars &sc);

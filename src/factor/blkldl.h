@@ -30,7 +30,8 @@ namespace vm {
 //   an update or for the transposed rows of a Bunch-Kaufman panel), with
 //   sc.determinant 1 *sc.logdet gains log|det D| (less the scaling terms).
 //   Returns sc.schur_nnz, the entries of the Schur block.
-// link and temp are cleared here; temp is left zero.  Nothing is allocated.
+// The chains are cleared here; temp is scratch (factor_args.h).  Nothing
+// is allocated.
 template <class T>
 std::int64_t BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                 FactorScalars &sc);

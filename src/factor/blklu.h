@@ -33,7 +33,8 @@ namespace vm {
 //        dispatcher, see lu_log_determinant).  sc.schur_nnz and the return
 //        value: the entries of the Schur block, sum of (2 r - c) c over its
 //        supernodes of c columns and r rows.
-// link and temp are cleared here; temp is left zero.  Nothing is allocated.
+// The chains are cleared here; temp is scratch (factor_args.h).  Nothing
+// is allocated.
 template <class T>
 std::int64_t BLKLU_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                FactorScalars &sc);

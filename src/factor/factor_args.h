@@ -78,8 +78,23 @@ struct MatrixInput {
   ScatterMap umap;            // entries landing in unz (LU types)
 };
 
-// Scratch of one factorization, cut from the work group; per-thread
-// slices follow each other with stride n (indmap, relind) or tmpsiz (temp).
+// The scratch of one task of the factorization: its own slices of the
+// position map, its gather and the dense buffer.  The contract of temp:
+// it is scratch, every use writes the part it reads first (products into
+// it take beta 0) and nothing is kept in it or assumed of it between uses;
+// its size, tmpsiz, comes from the functions of workspace.h, which the
+// analysis calls to size it and the update calls to cut what it applies.
+template <class T>
+struct TaskWork {
+  int *indmap = nullptr;  // n: position of each row in the current target's list
+  int *relind = nullptr;  // n: a descendant's tail gathered through indmap
+  T *temp = nullptr;      // tmpsiz entries
+  std::int64_t tmpsiz = 0;
+};
+
+// Scratch of one factorization, cut from the work group: nthreads task
+// slices, which follow each other with stride n (indmap, relind) or tmpsiz
+// (temp), and the chains of the supernode loop.
 template <class T>
 struct FactorWork {
   int nthreads = 1;
@@ -87,10 +102,30 @@ struct FactorWork {
   int *relind = nullptr;  // n per thread
   int *link = nullptr;    // n
   int *length = nullptr;  // nsuper
-  T *temp = nullptr;      // tmpsiz per thread, zero between uses
+  T *temp = nullptr;      // tmpsiz per thread
   std::int64_t tmpsiz = 0;
   const int *nmod = nullptr;    // nsuper
   const int *pnlsch = nullptr;  // nsuper: the task list, leaves negative
+
+  // The slices of task t (0 <= t < nthreads) of a factor of order n.
+  TaskWork<T> task(int n, int t) const {
+    TaskWork<T> w;
+    w.indmap = indmap + std::int64_t{n} * t;
+    w.relind = relind + std::int64_t{n} * t;
+    w.temp = temp + tmpsiz * t;
+    w.tmpsiz = tmpsiz;
+    return w;
+  }
+};
+
+// What the pivots of one task add up to.  Each task sums into its own
+// record and the records are added together once the tasks are done, so
+// no counter is shared while tasks run.
+struct PivotSums {
+  int perturbed = 0;    // pivots replaced
+  int npos = 0;         // positive pivots
+  int nneg = 0;         // negative pivots
+  double logdet = 0.0;  // log |det| of the pivots, less the scaling's share
 };
 
 // Scalars handed to every member and returned by it.
@@ -105,6 +140,15 @@ struct FactorScalars {
   double *logdet = nullptr;     // log |det| (real part), summed into
   double *logdet_im = nullptr;  // its imaginary part (complex LU)
   std::int64_t schur_nnz = 0;   // entries of the Schur block
+
+  // Adds a task's results: its status when none failed before, its sums.
+  void add(int status, const PivotSums &s) {
+    if (iflag == 0) iflag = status;
+    perturbed += s.perturbed;
+    npos += s.npos;
+    nneg += s.nneg;
+    if (determinant == 1 && logdet != nullptr) *logdet += s.logdet;
+  }
 };
 
 }  // namespace vm

@@ -9,8 +9,10 @@
 // subnormal operands read as zero: next to entries of the matrix's own
 // size they change nothing at working precision.  The caller's two mode
 // bits are restored on the way out; the exception flags raised meanwhile
-// stay raised, as they would without the change of mode.  Only the calling thread is affected,
-// which is the thread that runs the factorization and its math-library calls.
+// stay raised, as they would without the change of mode.  The mode is a
+// register of each thread: only the thread that makes the object is
+// affected, so each worker of the factorization's team makes its own
+// (team.h).
 #ifndef VELMORA_FACTOR_FP_MODE_H
 #define VELMORA_FACTOR_FP_MODE_H
 

@@ -8,6 +8,12 @@
 // length (nsuper) holds how many tail rows of a descendant are still to
 // be applied.  A descendant whose tail reaches further moves on to the
 // chain of the supernode of its next row.
+//
+// The loop runs over a range of supernodes with chains, scratch and sums
+// handed to it, so that tasks can run it over disjoint ranges (subtrees)
+// at once: within its range a task touches only the chain heads, panels,
+// lengths and position map of its own supernodes, and a supernode that
+// leaves the range is handed to the caller's exit policy.
 #ifndef VELMORA_FACTOR_LEFT_LOOKING_H
 #define VELMORA_FACTOR_LEFT_LOOKING_H
 
@@ -27,49 +33,121 @@ inline void push_on_chain(int *link, int tfirst, int jfirst) {
   link[tfirst - 1] = jfirst;
 }
 
-// left_looking: for each supernode ksup in order,
+// The chains of the loop: link (n, by first column) and length (nsuper).
+struct Chains {
+  int *link = nullptr;
+  int *length = nullptr;
+};
+
+// Empties every chain; done once per factorization, before any range.
+template <class T>
+void clear_chains(const FactorView<T> &f, const Chains &c) {
+  parallel_fill(c.link, f.n, 0);
+  parallel_fill(c.length, f.nsuper, 0);
+}
+
+// Supernodes first..last (one-based, inclusive) of the postorder.  A range
+// holds whole column chains: it neither starts nor ends inside the pieces
+// of a supernode split by the panel width.
+struct SupernodeRange {
+  int first = 1;
+  int last = 0;
+};
+
+// One task of the loop: the range it factors, the chains it reads and
+// feeds, its own scratch and sums, and how it ended (0, or the status a
+// family's update or factor returned).
+template <class T>
+struct LoopTask {
+  SupernodeRange range;
+  Chains chains;
+  TaskWork<T> work;
+  PivotSums sums;
+  int status = 0;
+};
+
+// The task of a loop over every supernode, on the chains and task slice 0
+// of work.
+template <class T>
+LoopTask<T> whole_loop(const FactorView<T> &f, const FactorWork<T> &work) {
+  LoopTask<T> t;
+  t.range = SupernodeRange{1, f.nsuper};
+  t.chains = Chains{work.link, work.length};
+  t.work = work.task(f.n, 0);
+  return t;
+}
+
+struct LoopOptions {
+  bool hermitian = false;    // conjugate the entries of A that land transposed
+  bool pieces = false;       // the pieces of a split supernode travel together
+  bool determinant = false;  // take the scaling's share off sums.logdet
+};
+
+// The exit policy of a loop over the whole factor: a supernode whose next
+// target lies beyond the range is put on that target's chain like any
+// other (a whole loop has no such supernode).
+struct ChainExit {
+  int *link;
+  void operator()(int tfirst, int jfirst) const { push_on_chain(link, tfirst, jfirst); }
+};
+
+// left_looking: for each supernode ksup of task.range in order,
 //   1. k = make(ksup), the family's target record (first, last, ncols,
 //      len, panel and what else the family needs);
 //   2. its panel is filled from A (entries scattered in, conjugated where
 //      they land transposed when `hermitian`, the scaling's share of the
-//      determinant taken off *logdet) - together with the panels of the
-//      supernodes that continue its column chain, when ksup starts one, so
-//      that a family may apply an update to several panels of a chain at
-//      once - and indmap is set from its row list;
+//      determinant taken off task.sums.logdet) - together with the panels
+//      of the supernodes that continue its column chain, when ksup starts
+//      one, so that a family may apply an update to several panels of a
+//      chain at once - and task.work.indmap is set from its row list;
 //   3. each descendant jsup on its chain is applied by
 //      update(k, jsup, L) -> m, L the tail rows still to apply, m those of
 //      them that were applied (columns of k, or of the supernodes after k
-//      on its chain); update sets sc.iflag to stop;
+//      on its chain); update sets task.status to stop;
 //   4. unless k lies beyond the first Schur column, factor(k) -> 0, or the
-//      iflag to stop with;
+//      status to stop with;
 //   5. k goes on the chain of its first row below its columns.
 // A descendant whose tail reaches beyond what it applied moves on to the
 // chain of its next row.  With `pieces`, a piece of a supernode split by
 // the panel width whose next row lies beyond the split supernode waits
 // instead, unless it is the last piece: from there on the pieces share
 // their tail, the last piece alone travels the chains, and update applies
-// the pieces before it along with it.  link, length and temp are cleared
-// on entry.
-template <class T, class Make, class Update, class Factor>
-void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
-                  FactorScalars &sc, bool hermitian, bool pieces, double *logdet, Make make,
-                  Update update, Factor factor) {
+// the pieces before it along with it.
+// A supernode whose next target lies beyond the range goes to
+// exit(target's first column, its own first column) instead of a chain:
+// the caller decides where it waits.  The chains of the range's targets
+// must hold every descendant outside the range before the loop starts.
+template <class T, class Make, class Update, class Factor, class Exit>
+void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptions &opt,
+                  LoopTask<T> &task, Make make, Update update, Factor factor, Exit exit) {
   const int first_schur = f.n - f.nschur;
-  int *link = work.link;
-  int *length = work.length;
-  parallel_fill(link, f.n, 0);
-  parallel_fill(length, f.nsuper, 0);
-  parallel_fill(work.temp, work.tmpsiz, T(0));
+  const SupernodeRange r = task.range;
+  assert(r.first >= 1 && r.last <= f.nsuper);
+  assert(r.first == 1 || r.first > r.last || !continues(f, r.first - 1));
+  assert(r.first > r.last || !continues(f, r.last));
+  int *link = task.chains.link;
+  int *length = task.chains.length;
+  double *logdet = opt.determinant ? &task.sums.logdet : nullptr;
+  // Sends supernode jfirst on to the target of its next row.
+  auto move_on = [&](int next_row, int jfirst) {
+    const int target = f.snode[next_row - 1];
+    const int tfirst = f.xsuper[target - 1];
+    if (target > r.last) {
+      exit(tfirst, jfirst);
+    } else {
+      push_on_chain(link, tfirst, jfirst);
+    }
+  };
 
-  int filled = 0;  // the last supernode whose panel holds its entries of A
-  for (int ksup = 1; ksup <= f.nsuper && sc.iflag == 0; ++ksup) {
+  int filled = r.first - 1;  // the last supernode whose panel holds its entries of A
+  for (int ksup = r.first; ksup <= r.last && task.status == 0; ++ksup) {
     auto k = make(ksup);
     if (ksup > filled) {
       filled = ksup;
       while (continues(f, filled)) ++filled;
-      for (int s = ksup; s <= filled; ++s) fill_panel(s, f, in, hermitian, logdet);
+      for (int s = ksup; s <= filled; ++s) fill_panel(s, f, in, opt.hermitian, logdet);
     }
-    set_panel_indmap(ksup, f, work.indmap);
+    set_panel_indmap(ksup, f, task.work.indmap);
 
     // Every supernode before ksup is done, so its chain is complete.
     while (link[k.first - 1] != 0) {
@@ -78,16 +156,16 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &
       const int jsup = f.snode[jfirst - 1];
       const int L = length[jsup - 1];
       const int m = update(k, jsup, L);
-      if (sc.iflag != 0) return;
+      if (task.status != 0) return;
       length[jsup - 1] = L - m;
       if (L > m) {
         const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
-        if (pieces && continues(f, jsup)) {
+        if (opt.pieces && continues(f, jsup)) {
           int last = jsup + 1;  // the last piece
           while (continues(f, last)) ++last;
           if (next_row >= f.xsuper[last]) continue;  // beyond the split supernode: waits
         }
-        push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], jfirst);
+        move_on(next_row, jfirst);
       }
     }
 
@@ -95,15 +173,12 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &
     if (k.last <= first_schur) {
       const int status = factor(k);
       if (status != 0) {
-        sc.iflag = status;
+        task.status = status;
         return;
       }
     }
     length[ksup - 1] = k.len - k.ncols;
-    if (k.len > k.ncols) {
-      const int next_row = f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols];
-      push_on_chain(link, f.xsuper[f.snode[next_row - 1] - 1], k.first);
-    }
+    if (k.len > k.ncols) move_on(f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols], k.first);
   }
 }
 

@@ -14,8 +14,8 @@
 // How it lands: straight into the panels where the tail is the target's
 // list or a contiguous run of it; otherwise through temp, split along long
 // runs of the target's rows so that blocks dense in a panel are written
-// there directly.  Products into temp overwrite it (beta 0): temp is not
-// zero between updates, and the family clears it at the end.
+// there directly.  Products into temp overwrite it (beta 0), as the
+// contract of temp asks (factor_args.h).
 #ifndef VELMORA_FACTOR_SYMMETRIC_UPDATE_H
 #define VELMORA_FACTOR_SYMMETRIC_UPDATE_H
 
@@ -27,6 +27,7 @@
 #include "factor/blkl.h"
 #include "factor/factor_args.h"
 #include "factor/panel.h"
+#include "factor/workspace.h"
 
 namespace vm {
 
@@ -269,8 +270,8 @@ void buffered_update(const FactorView<T> &f, const K &k, int s0, int s1, int L, 
 //   counts: the family's kernel counters, or null.
 template <class T, char kAdj, class K, class Second, class Rank1>
 int apply_symmetric_update(const FactorView<T> &f, const K &k, int jsup, int L, int first_schur,
-                           bool copies, FactorWork<T> &w, int *iflag, UpdateKernelCounts *counts,
-                           Second second, Rank1 rank1_update) {
+                           bool copies, const TaskWork<T> &w, int *iflag,
+                           UpdateKernelCounts *counts, Second second, Rank1 rank1_update) {
   auto count = [counts](std::int64_t UpdateKernelCounts::*field) {
     if (counts != nullptr) ++(counts->*field);
   };
@@ -303,9 +304,10 @@ int apply_symmetric_update(const FactorView<T> &f, const K &k, int jsup, int L, 
   const bool rank1 = s0 == jsup && ncolj == 1;
   // Entries of temp per applied row: the second factor's copy, and on the
   // buffered path the result block's row.
-  const std::int64_t copy = copies ? ncolj : 0;
-  const std::int64_t per_row = rank1 ? copy : gaps ? L + copy : copy;
-  if (per_row > 0 && static_cast<std::int64_t>(m) * per_row > w.tmpsiz) {
+  const int copy = copies ? ncolj : 0;
+  const int buffered_rows = rank1 || !gaps ? 0 : L;
+  const std::int64_t per_row = update_temp_entries(1, buffered_rows, copy);
+  if (per_row > 0 && update_temp_entries(m, buffered_rows, copy) > w.tmpsiz) {
     m = static_cast<int>(w.tmpsiz / per_row);
     if (m < own) {
       *iflag = -2;

@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "analysis/parallel_fill.h"
 #include "factor/blas.h"
 #include "factor/blkl.h"
 #include "factor/dense_kernels.h"
@@ -66,7 +65,8 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
                               FactorScalars &sc) {
   constexpr bool kHermitian = scalar_traits<T>::is_complex;
   const int first_schur = f.n - f.nschur;  // columns beyond it stay unfactored
-  double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
+  LoopTask<T> task = whole_loop(f, work);
+  double *logdet = sc.determinant == 1 ? &task.sums.logdet : nullptr;
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -83,18 +83,19 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
     return std::pair<const T *, int>(p.x, p.lenj);
   };
   auto rank1 = [&](const Piece<T> &p, int m, T *) {
-    scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, work.indmap, f.lnz);
+    scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, task.work.indmap, f.lnz);
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_symmetric_update<T, blas::adjoint_letter<T>()>(
-        f, k, jsup, L, first_schur, false, work, &sc.iflag, g_kernel_counts, tail_rows, rank1);
+    return apply_symmetric_update<T, blas::adjoint_letter<T>()>(f, k, jsup, L, first_schur, false,
+                                                                task.work, &task.status,
+                                                                g_kernel_counts, tail_rows, rank1);
   };
   auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
-  left_looking(f, in, work, sc, kHermitian, true, logdet, make, update, factor);
+  clear_chains(f, task.chains);
+  left_looking(f, in, LoopOptions{kHermitian, true, logdet != nullptr}, task, make, update, factor,
+               ChainExit{task.chains.link});
+  sc.add(task.status, task.sums);
 
-  // The products write temp over whatever it held; it is left zero for
-  // the next user.
-  parallel_fill(work.temp, work.tmpsiz, T(0));
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;
   return schur;

@@ -19,7 +19,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "analysis/parallel_fill.h"
 #include "factor/blas.h"
 #include "factor/blkldl.h"
 #include "factor/dense_kernels.h"
@@ -27,6 +26,7 @@
 #include "factor/panel.h"
 #include "factor/symmetric_update.h"
 #include "factor/update_kernels.h"
+#include "factor/workspace.h"
 
 namespace vm {
 
@@ -79,19 +79,19 @@ void scaled_copy(int m, int ncolj, const T *x, std::int64_t ldx, const T *blk, c
 // (U = D L^T), then the rows below through the same column exchanges and
 // L21 = A21 P U^-1.  Returns the kernel's info.
 template <class T, bool kHermitian>
-int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) {
+int factor_diagonal_mode(const Target<T> &k, double eps, PivotSums &sums, bool determinant) {
   const int nc = k.ncols;
   const std::int64_t ld = k.len;
   T *a = k.panel;
   for (int j = 0; j < nc; ++j)
     for (int i = j + 1; i < nc; ++i) a[j + i * ld] = conj_if<kHermitian>(a[i + j * ld]);
   int info = 0;
-  if (logdet != nullptr) {
-    dgetf2_diagpiv_logdet<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
-                                         &sc.nneg, sc.eps, logdet);
+  if (determinant) {
+    dgetf2_diagpiv_logdet<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sums.perturbed,
+                                         &sums.npos, &sums.nneg, eps, &sums.logdet);
   } else {
-    dgetf2_diagpiv<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
-                                  &sc.nneg, sc.eps);
+    dgetf2_diagpiv<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sums.perturbed, &sums.npos,
+                                  &sums.nneg, eps);
   }
   const int below = k.len - nc;
   if (info != 0 || below == 0) return info;
@@ -109,23 +109,23 @@ int factor_diagonal_mode(const Target<T> &k, FactorScalars &sc, double *logdet) 
 // transposed unit factor).  Returns 0, the kernels' info, or -2 when temp
 // is too small for the rows below.
 template <class T, bool kHermitian>
-int factor_bunch_kaufman(const Target<T> &k, FactorScalars &sc, double *logdet, T *temp,
-                         std::int64_t tmpsiz, int *iwork) {
+int factor_bunch_kaufman(const Target<T> &k, double eps, PivotSums &sums, bool determinant,
+                         const TaskWork<T> &w) {
   const int nc = k.ncols;
   T *a = k.panel;
   int info = 0;
-  if (logdet != nullptr) {
-    dsytf2_pert_logdet<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos,
-                                      &sc.nneg, sc.eps, logdet);
+  if (determinant) {
+    dsytf2_pert_logdet<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sums.perturbed,
+                                      &sums.npos, &sums.nneg, eps, &sums.logdet);
   } else {
-    dsytf2_pert<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sc.perturbed, &sc.npos, &sc.nneg,
-                               sc.eps);
+    dsytf2_pert<T, kHermitian>('L', nc, a, k.len, k.pivot, &info, &sums.perturbed, &sums.npos,
+                               &sums.nneg, eps);
   }
   const int below = k.len - nc;
   if (info != 0 || below == 0) return info;
-  if (static_cast<std::int64_t>(nc) * below > tmpsiz) return -2;
-  dsytrs_half_rows<T, kHermitian>(nc, below, a, k.len, k.pivot, a + nc, k.len, temp, below, iwork,
-                                  &info);
+  if (panel_temp_entries(nc, below) > w.tmpsiz) return -2;
+  dsytrs_half_rows<T, kHermitian>(nc, below, a, k.len, k.pivot, a + nc, k.len, w.temp, below,
+                                  w.relind, &info);
   return info;
 }
 
@@ -135,7 +135,8 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
   constexpr char kAdj = kHermitian ? 'C' : 'T';
   const int first_schur = f.n - f.nschur;
   const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
-  double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
+  const bool determinant = sc.determinant == 1;
+  LoopTask<T> task = whole_loop(f, work);
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -156,23 +157,23 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
   auto rank1 = [&](const Piece<T> &p, int m, T *buffer) {
     const T d = p.blk[0];
     for (int c = 0; c < m; ++c) buffer[c] = d * conj_if<kHermitian>(p.x[c]);
-    scatter_rank1(m, p.L, p.x, buffer, p.tail, f.xlnz, work.indmap, f.lnz);
+    scatter_rank1(m, p.L, p.x, buffer, p.tail, f.xlnz, task.work.indmap, f.lnz);
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_symmetric_update<T, kAdj>(f, k, jsup, L, first_schur, true, work, &sc.iflag,
-                                           g_ldl_counts, scaled, rank1);
+    return apply_symmetric_update<T, kAdj>(f, k, jsup, L, first_schur, true, task.work,
+                                           &task.status, g_ldl_counts, scaled, rank1);
   };
   auto factor = [&](const Target<T> &k) {
-    const int status = diagonal_mode ? factor_diagonal_mode<T, kHermitian>(k, sc, logdet)
-                                     : factor_bunch_kaufman<T, kHermitian>(
-                                           k, sc, logdet, work.temp, work.tmpsiz, work.relind);
+    const int status =
+        diagonal_mode
+            ? factor_diagonal_mode<T, kHermitian>(k, sc.eps, task.sums, determinant)
+            : factor_bunch_kaufman<T, kHermitian>(k, sc.eps, task.sums, determinant, task.work);
     return status == 0 ? 0 : status == -2 ? -2 : -1;
   };
-  left_looking(f, in, work, sc, kHermitian, true, logdet, make, update, factor);
-
-  // The products write temp over whatever it held; it is left zero for
-  // the next user.
-  parallel_fill(work.temp, work.tmpsiz, T(0));
+  clear_chains(f, task.chains);
+  left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor,
+               ChainExit{task.chains.link});
+  sc.add(task.status, task.sums);
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;

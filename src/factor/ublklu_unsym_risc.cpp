@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <utility>
 
-#include "analysis/parallel_fill.h"
 #include "factor/blas.h"
 #include "factor/blklu.h"
 #include "factor/dense_kernels.h"
@@ -26,6 +25,7 @@
 #include "factor/panel.h"
 #include "factor/update_kernels.h"
 #include "factor/update_kernels_unsym.h"
+#include "factor/workspace.h"
 
 namespace vm {
 
@@ -69,7 +69,7 @@ void exchange_columns(int m, int ncols, const int *piv, T *a, std::int64_t ld) {
 // sets *iflag to -2 when the buffer is too small.
 template <class T>
 int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, int first_schur,
-                 FactorWork<T> &w, int *iflag) {
+                 const TaskWork<T> &w, int *iflag) {
   const int jfirst = f.xsuper[jsup - 1];
   const int jlast = f.xsuper[jsup] - 1;
   const int ncolj = jlast - jfirst + 1;
@@ -104,17 +104,17 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
   const int *indmap = w.indmap;
   if (indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L) {
     // Gaps in the target's list: both products through the buffer, one
-    // after the other; temp is zero again after each scatter.
-    if (static_cast<std::int64_t>(m) * L > w.tmpsiz) {
+    // after the other.
+    if (update_temp_entries(m, L, 0) > w.tmpsiz) {
       *iflag = -2;
       return m;
     }
     count(&UpdateKernelCounts::buffered);
     for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
-    blas::gemm<T>('N', 'T', L, m, ncolj, T(-1), x, lenj, u, uldj, T(1), w.temp, L);
+    blas::gemm<T>('N', 'T', L, m, ncolj, T(-1), x, lenj, u, uldj, T(0), w.temp, L);
     scatter_add(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
     if (L > m) {
-      blas::gemm<T>('N', 'T', L - m, m, ncolj, T(-1), u + m, uldj, x, lenj, T(1), w.temp, L - m);
+      blas::gemm<T>('N', 'T', L - m, m, ncolj, T(-1), u + m, uldj, x, lenj, T(0), w.temp, L - m);
       scatter_add_rows(L - m, m, w.relind + m, w.relind, k.first, k.len, f.xunz, f.unz, w.temp);
     }
   } else {
@@ -137,10 +137,10 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
 // (L21 = A21 Q U11^-1) and the unz panel (U12^T = (L11^-1 P A12)^T).
 // Returns false when the kernel reports a failure.
 template <bool kGeneral, class T>
-bool factor_panel(const Target<T> &k, int *pivot, int *pivot_col, FactorScalars &sc) {
+bool factor_panel(const Target<T> &k, int *pivot, int *pivot_col, double eps, PivotSums &sums) {
   int info = 0;
   if constexpr (kGeneral) {
-    dgetrf_p<T>(k.ncols, k.ncols, k.panel, k.len, pivot, pivot_col, &sc.perturbed, sc.eps, &info);
+    dgetrf_p<T>(k.ncols, k.ncols, k.panel, k.len, pivot, pivot_col, &sums.perturbed, eps, &info);
   } else {
     info = blas::getrf<T>(k.ncols, k.ncols, k.panel, k.len, pivot);
   }
@@ -160,7 +160,7 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
   assert(f.unz != nullptr && f.xunz != nullptr && f.pivot != nullptr);
   assert(!kGeneral || f.pivot_col != nullptr);
   const int first_schur = f.n - f.nschur;
-  double *logdet = sc.determinant == 1 ? sc.logdet : nullptr;
+  LoopTask<T> task = whole_loop(f, work);
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -173,15 +173,19 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
     return k;
   };
   auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_update(f, k, jsup, L, first_schur, work, &sc.iflag);
+    return apply_update(f, k, jsup, L, first_schur, task.work, &task.status);
   };
   auto factor = [&](const Target<T> &k) {
     return factor_panel<kGeneral>(k, f.pivot + (k.first - 1),
-                                  kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc)
+                                  kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc.eps,
+                                  task.sums)
                ? 0
                : -1;
   };
-  left_looking(f, in, work, sc, false, false, logdet, make, update, factor);
+  clear_chains(f, task.chains);
+  left_looking(f, in, LoopOptions{false, false, sc.determinant == 1}, task, make, update, factor,
+               ChainExit{task.chains.link});
+  sc.add(task.status, task.sums);
 
   // Entries of the Schur block: the square block and the L and U parts
   // beside it, (2 r - c) c per supernode.

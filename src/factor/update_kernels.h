@@ -43,19 +43,16 @@ inline void scatter_rank1(int m, int L, const T *x, const T *y, const int *rows,
 
 // scatter_add: adds an L x m block (temp, leading dimension L) to the
 // target supernode of the LU family whose first column is `first` and
-// whose list has len rows, and clears the block column by column on the
-// way.  relind[0..L) holds indmap of the block's rows; its first m entries
-// are the target's columns, whose ends xlnz(first + len - relind) gives.
+// whose list has len rows.  relind[0..L) holds indmap of the block's
+// rows; its first m entries are the target's columns, whose ends
+// xlnz(first + len - relind) gives.
 template <class T>
 inline void scatter_add(int L, int m, const int *relind, int first, int len,
-                        const std::int64_t *xlnz, T *lnz, T *temp) {
+                        const std::int64_t *xlnz, T *lnz, const T *temp) {
   for (int c = 0; c < m; ++c) {
     T *end = lnz + (xlnz[first + len - relind[c] - 1] - 2);
-    T *t = temp + static_cast<std::int64_t>(c) * L;
-    for (int i = 0; i < L; ++i) {
-      end[-relind[i]] += t[i];
-      t[i] = T(0);
-    }
+    const T *t = temp + static_cast<std::int64_t>(c) * L;
+    for (int i = 0; i < L; ++i) end[-relind[i]] += t[i];
   }
 }
 

@@ -18,6 +18,7 @@
 #include "factor/factor_args.h"
 #include "factor/factor_shell.h"
 #include "factor/scalar_traits.h"
+#include "factor/workspace.h"
 #include "interface/report_error.h"
 #include "solve/refine.h"
 #include "solve/solve.h"
@@ -59,8 +60,7 @@ int factor_threads(const ControlBlock *) {
 }
 
 std::int64_t factor_ints(const ControlBlock *cb) {
-  const std::int64_t n = cb->s.neqns;
-  return 2 * n * factor_threads(cb) + n + cb->s.nsuper;
+  return factor_work_ints(cb->s.neqns, cb->s.nsuper, factor_threads(cb));
 }
 
 SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
@@ -212,16 +212,9 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.tmpsiz = s.tmpsiz;
   w.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
   w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
-  std::memset(w.temp, 0, static_cast<std::size_t>(s.tmpsiz * nt * scalar_bytes(cb)));
 
   const FactorView<void> f = factor_view<void>(pt, cb, row);
   FactorScalars sc;
-  // The supernodes are taken one after another here, so the math library
-  // runs on one thread: forking a team for each of the many small panel
-  // products costs more than it gains, and far more on a loaded machine.
-  // The caller's setting comes back afterwards.
-  const int team = omp_get_max_threads();
-  omp_set_num_threads(1);
   FactorTimes times;
   const int status = FACTOR_SHELL_VELMORA(opt, f, in, w, &times, &sc);
   rctl(cb, kRctlTimers + kTimeAtoLU) = times.a_to_lu;
@@ -232,7 +225,6 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   }
   rctl(cb, kRctlLogDet2) = times.logdet;
   rctl(cb, kRctlLogDet1) = times.logdet_im;
-  omp_set_num_threads(team);
   s = saved;
   s.perturbed_pivots = sc.perturbed;
   s.inertia_pos = sc.npos;
