@@ -63,7 +63,10 @@ std::int64_t factor_ints(const ControlBlock *cb) {
   return factor_work_ints(cb->s.neqns, cb->s.nsuper, factor_threads(cb));
 }
 
-SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
+}  // namespace
+
+SolveInput solve_input(const CallArgs &c, const ControlBlock *cb) {
+  void **pt = c.pt;
   const ControlState &s = cb->s;
   int *iparm = c.iparm;
   SolveInput in;
@@ -93,6 +96,8 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb, void **pt) {
   in.iparm21 = s.iparm21;
   return in;
 }
+
+namespace {
 
 // The symbolic factor of the handle's analysis, carved from pt(8).
 SymbolicFactor symbolic_factor(void **pt, const ControlBlock *cb) {
@@ -245,10 +250,9 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
 // were perturbed, in the work group pt(11).  T is the element type of the
 // factor (double, or zcomplex on the caller's pairs of doubles).
 template <class T>
-int solve(const CallArgs &c, ControlBlock *cb, std::intptr_t *row) {
+int solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr_t *row) {
   void **pt = c.pt;
   ControlState &s = cb->s;
-  const SolveInput in = solve_input(c, cb, pt);
   const SolveWorkSize sz = solve_work_size(in);
   char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
   int *ints = reinterpret_cast<int *>(base);
@@ -283,22 +287,20 @@ std::int64_t factor_row_bytes(const ControlBlock *cb) {
   return row_layout(cb).bytes;
 }
 
-std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool factor,
-                                bool solve_too) {
+std::int64_t numeric_work_bytes(const ControlBlock *cb, bool factor, const SolveInput *solve) {
   std::int64_t bytes = 8;
   if (factor)
     bytes = std::max(bytes, align8(4 * factor_ints(cb)) +
                                 cb->s.tmpsiz * factor_threads(cb) * scalar_bytes(cb) + 8);
-  if (solve_too) {
-    const SolveWorkSize sz = solve_work_size(solve_input(c, cb, c.pt));
+  if (solve != nullptr) {
+    const SolveWorkSize sz = solve_work_size(*solve);
     bytes = std::max(bytes, align8(4 * sz.starts) + sz.scalars() * scalar_bytes(cb) + 8);
   }
   return bytes;
 }
 
-std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb) {
+std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb, const SolveInput &in) {
   const ControlState &s = cb->s;
-  const SolveInput in = solve_input(c, cb, c.pt);
   const RefineSettings rs = refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed,
                                             s.perturbed_pivots, in.nthreads, 0);
   if (!refine_enabled(rs)) return 0;
@@ -333,7 +335,7 @@ int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage) {
   return 0;
 }
 
-int numeric_solve(const CallArgs &c, ControlBlock *cb, int *stage) {
+int numeric_solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, int *stage) {
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   if (cb->s.single_precision != 0) {
     *stage = -1;
@@ -344,7 +346,7 @@ int numeric_solve(const CallArgs &c, ControlBlock *cb, int *stage) {
     return 10000;  // a solve with no factorization in this row
   }
   const int error =
-      cb->s.complex_factor == 2 ? solve<zcomplex>(c, cb, row) : solve<double>(c, cb, row);
+      cb->s.complex_factor == 2 ? solve<zcomplex>(c, cb, in, row) : solve<double>(c, cb, in, row);
   if (error == kSolveTypeNotAvailable) {
     *stage = -1;
     return kCodeNotAvailable;
@@ -362,7 +364,7 @@ int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage) {
     const int status = numeric_factorize(c, cb, stage);
     if (status != 0) return status;
   }
-  return phase % 10 == 3 ? numeric_solve(c, cb, stage) : 0;
+  return phase % 10 == 3 ? numeric_solve(c, cb, solve_input(c, cb), stage) : 0;
 }
 
 }  // namespace vm

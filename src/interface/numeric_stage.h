@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "interface/control.h"
+#include "solve/solve.h"
 
 namespace vm {
 
@@ -20,19 +21,24 @@ enum FactorRowSlot : int {
 // Bytes of the factor block of one factorization row.
 std::int64_t factor_row_bytes(const ControlBlock *cb);
 
+// What a solve of this call reads from the handle and the call, built
+// once per call: it points into the symbolic block, which a call that
+// solves does not move.
+SolveInput solve_input(const CallArgs &c, const ControlBlock *cb);
+
 // Bytes of the work group pt(10) that a call needs: the factorization's
 // integer maps and update buffers when it factors, the solve's work for
-// nrhs right-hand sides when it solves.
-std::int64_t numeric_work_bytes(const CallArgs &c, const ControlBlock *cb, bool factor, bool solve);
+// the right-hand sides of `solve` unless it is null.
+std::int64_t numeric_work_bytes(const ControlBlock *cb, bool factor, const SolveInput *solve);
 
-// Bytes of the refinement group pt(11) for a solve of this call; 0 when no
-// refinement runs.
-std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb);
+// Bytes of the refinement group pt(11) for the solve `in` of this call; 0
+// when no refinement runs.
+std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb, const SolveInput &in);
 
-// The factorization of row mnum, and the solve with its refinement on it.
-// Each returns 0 or a code; *stage receives the result class.
+// The factorization of row mnum, and the solve `in` with its refinement
+// on it.  Each returns 0 or a code; *stage receives the result class.
 int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage);
-int numeric_solve(const CallArgs &c, ControlBlock *cb, int *stage);
+int numeric_solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, int *stage);
 
 // Stage 4: factorization for phase below 30, then the solve for phase
 // ending in 3.

@@ -379,11 +379,13 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
   // The factorization runs first, on its own; then the solve with its
   // refinement, whose right-hand side lives in pt(11) only.
   int code = 0, st = kStageNumeric;
+  const SolveInput in = solve_input(c, cb);
   if (factor) {
     // The work group takes the solve's share too, for the right-hand sides
     // of this call, so that solves after a factorization find it big enough.
     const bool rhs_known = c.nrhs != nullptr && *c.nrhs >= 1;
-    if (grow_work(c, cb, numeric_work_bytes(c, cb, true, rhs_known), f) != 0) return f->result;
+    if (grow_work(c, cb, numeric_work_bytes(cb, true, rhs_known ? &in : nullptr), f) != 0)
+      return f->result;
     code = numeric_factorize(c, cb, &st);
     ip(iparm, 14) = cb->s.perturbed_pivots;
     ip(iparm, 22) = cb->s.inertia_pos;
@@ -399,8 +401,8 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
       // A caller may declare the factor perturbed so that the solve refines.
       if (ip(iparm, 14) > 0) cb->s.perturbed_pivots = ip(iparm, 14);
     }
-    if (grow_work(c, cb, numeric_work_bytes(c, cb, false, true), f) != 0) return f->result;
-    const std::int64_t refine = refine_work_bytes(c, cb);
+    if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->result;
+    const std::int64_t refine = refine_work_bytes(c, cb, in);
     if (refine > 0) {
       const int failed = group_alloc(cb, &pt_slot(pt, kPtRefineWork), refine, -1300);
       if (failed != 0) {
@@ -411,7 +413,7 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
       cb->s.refine_bytes = refine;
     }
     st = kStageNumeric;
-    code = numeric_solve(c, cb, &st);
+    code = numeric_solve(c, cb, in, &st);
     group_release(&pt_slot(pt, kPtRefineWork));
     cb->s.refine_bytes = 0;
     ip(iparm, 7) = cb->s.refine_steps;
