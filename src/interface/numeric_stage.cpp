@@ -247,33 +247,38 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
 
 // The solve of phase 33 with its refinement: the refinement loop runs the
 // first solve itself and then corrects, when it is asked for or pivots
-// were perturbed, in the work group pt(11).  T is the element type of the
-// factor (double, or zcomplex on the caller's pairs of doubles).
-template <class T>
+// were perturbed, in the work group pt(11).  F is the element type of the
+// factor, W the working type of the caller's vectors, of the residuals and
+// of the refinement (double, or zcomplex on the caller's pairs of
+// doubles).  The substitution takes and gives W vectors and converts to F
+// and back as it gathers and scatters them, so a factor held in single
+// precision is refined in double.
+template <class F, class W>
 int solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr_t *row) {
+  static_assert(sizeof(W) >= sizeof(F), "refinement works at least at the factor's precision");
   void **pt = c.pt;
   ControlState &s = cb->s;
   const SolveWorkSize sz = solve_work_size(in);
   char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
   int *ints = reinterpret_cast<int *>(base);
-  T *scalars = reinterpret_cast<T *>(base + align8(4 * sz.starts));
-  const SolveWork<T> w = solve_work_carve<T>(sz, scalars, ints);
-  const FactorView<T> f = factor_view<T>(pt, cb, row);
-  auto substitute = [&](const T *rhs, T *out) {
+  F *scalars = reinterpret_cast<F *>(base + align8(4 * sz.starts));
+  const SolveWork<F> w = solve_work_carve<F>(sz, scalars, ints);
+  const FactorView<F> f = factor_view<F>(pt, cb, row);
+  auto substitute = [&](const W *rhs, W *out) {
     SolveInput one = in;
     one.to_b = rhs == out ? 1 : 0;
     int error = 0;
-    SOLVE_VELMORA<T>(f, one, reinterpret_cast<double *>(const_cast<T *>(rhs)),
+    SOLVE_VELMORA<F>(f, one, reinterpret_cast<double *>(const_cast<W *>(rhs)),
                      reinterpret_cast<double *>(out), w, &error);
     return error;
   };
   const RefineSettings rs =
       refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed, s.perturbed_pivots,
                       in.nthreads, c.msglvl && *c.msglvl != 0 ? 1 : 0);
-  const RefineMatrix<T> m{c.ia, c.ja, static_cast<const T *>(c.a)};
+  const RefineMatrix<W> m{c.ia, c.ja, static_cast<const W *>(c.a)};
   double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
   const double t0 = omp_get_wtime();
-  const RefineResult rr = REFINE_VELMORA<T>(rs, m, static_cast<T *>(c.b), static_cast<T *>(c.x),
+  const RefineResult rr = REFINE_VELMORA<W>(rs, m, static_cast<W *>(c.b), static_cast<W *>(c.x),
                                             work, work ? s.refine_bytes / 8 : 0, substitute);
   add_time(cb, kTimeSolve, omp_get_wtime() - t0);
   s.refine_steps = rr.steps;
@@ -345,8 +350,8 @@ int numeric_solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, int
     *stage = -1;
     return 10000;  // a solve with no factorization in this row
   }
-  const int error =
-      cb->s.complex_factor == 2 ? solve<zcomplex>(c, cb, in, row) : solve<double>(c, cb, in, row);
+  const int error = cb->s.complex_factor == 2 ? solve<zcomplex, zcomplex>(c, cb, in, row)
+                                              : solve<double, double>(c, cb, in, row);
   if (error == kSolveTypeNotAvailable) {
     *stage = -1;
     return kCodeNotAvailable;
