@@ -106,6 +106,10 @@ struct FactorWork {
   std::int64_t tmpsiz = 0;
   const int *nmod = nullptr;    // nsuper
   const int *pnlsch = nullptr;  // nsuper: the task list, leaves negative
+  // The subtrees the tasks may factor at once: ndom (first, last)
+  // supernode pairs, then the top pair (the analysis' domains).
+  int ndom = 0;
+  const int *domains = nullptr;
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

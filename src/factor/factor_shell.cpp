@@ -15,7 +15,6 @@
 #include "factor/blkldl.h"
 #include "factor/blklu.h"
 #include "factor/scalar_traits.h"
-#include "factor/team.h"
 
 namespace vm {
 
@@ -40,6 +39,8 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.tmpsiz = w.tmpsiz;
   t.nmod = w.nmod;
   t.pnlsch = w.pnlsch;
+  t.ndom = w.ndom;
+  t.domains = w.domains;
   return t;
 }
 
@@ -134,8 +135,8 @@ void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
 
 // Runs a member of the symmetric table.  Members this build does not have
 // set kFactorNotAvailable.
-void run_member_here(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
-                     FactorWork<void> &work, FactorScalars *sc) {
+void run_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
+                FactorWork<void> &work, FactorScalars *sc) {
   switch (member) {
     case FactorMember::kNone:
       return;
@@ -180,15 +181,6 @@ void run_member_here(FactorMember member, const FactorView<void> &f, const Matri
       sc->iflag = kFactorNotAvailable;
       return;
   }
-}
-
-// The members take the supernodes one after another: they run on a team
-// of one, whose thread keeps the math library single-threaded (forking a
-// team for each of the many small panel products costs more than it
-// gains, and far more on a loaded machine) and flushes subnormals.
-void run_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
-                FactorWork<void> &work, FactorScalars *sc) {
-  run_on_team(1, [&](int, int) { run_member_here(member, f, in, work, sc); });
 }
 
 }  // namespace

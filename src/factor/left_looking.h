@@ -23,6 +23,7 @@
 #include "analysis/parallel_fill.h"
 #include "factor/factor_args.h"
 #include "factor/panel.h"
+#include "factor/team.h"
 
 namespace vm {
 
@@ -55,14 +56,18 @@ struct SupernodeRange {
 };
 
 // One task of the loop: the range it factors, the chains it reads and
-// feeds, its own scratch and sums, and how it ended (0, or the status a
-// family's update or factor returned).
+// feeds, its own scratch and sums, its exit policy, and how it ended (0,
+// or the status a family's update or factor returned).
 template <class T>
 struct LoopTask {
   SupernodeRange range;
   Chains chains;
   TaskWork<T> work;
   PivotSums sums;
+  // A supernode whose next target lies beyond the range: put on that
+  // target's chain (false), or left for the caller to link once the
+  // tasks running beside this one are done (true).
+  bool leave = false;
   int status = 0;
 };
 
@@ -83,13 +88,21 @@ struct LoopOptions {
   bool determinant = false;  // take the scaling's share off sums.logdet
 };
 
-// The exit policy of a loop over the whole factor: a supernode whose next
-// target lies beyond the range is put on that target's chain like any
-// other (a whole loop has no such supernode).
-struct ChainExit {
-  int *link;
-  void operator()(int tfirst, int jfirst) const { push_on_chain(link, tfirst, jfirst); }
-};
+// The next row of supernode jsup that its update has still to reach, and
+// whether jsup waits there for the last piece of its split supernode
+// (see left_looking); 0 when its tail is used up.
+template <class T>
+int next_row_of(const FactorView<T> &f, int jsup, int rows_left, bool pieces, bool *waits) {
+  *waits = false;
+  if (rows_left <= 0) return 0;
+  const int next_row = f.lindx[f.xlindx[jsup] - 1 - rows_left];
+  if (pieces && continues(f, jsup)) {
+    int last = jsup + 1;  // the last piece
+    while (continues(f, last)) ++last;
+    *waits = next_row >= f.xsuper[last];
+  }
+  return next_row;
+}
 
 // left_looking: for each supernode ksup of task.range in order,
 //   1. k = make(ksup), the family's target record (first, last, ncols,
@@ -113,13 +126,12 @@ struct ChainExit {
 // instead, unless it is the last piece: from there on the pieces share
 // their tail, the last piece alone travels the chains, and update applies
 // the pieces before it along with it.
-// A supernode whose next target lies beyond the range goes to
-// exit(target's first column, its own first column) instead of a chain:
-// the caller decides where it waits.  The chains of the range's targets
-// must hold every descendant outside the range before the loop starts.
-template <class T, class Make, class Update, class Factor, class Exit>
+// A supernode whose next target lies beyond the range follows the task's
+// exit policy.  The chains of the range's targets must hold every
+// descendant outside the range before the loop starts.
+template <class T, class Make, class Update, class Factor>
 void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptions &opt,
-                  LoopTask<T> &task, Make make, Update update, Factor factor, Exit exit) {
+                  LoopTask<T> &task, Make make, Update update, Factor factor) {
   const int first_schur = f.n - f.nschur;
   const SupernodeRange r = task.range;
   assert(r.first >= 1 && r.last <= f.nsuper);
@@ -131,12 +143,7 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
   // Sends supernode jfirst on to the target of its next row.
   auto move_on = [&](int next_row, int jfirst) {
     const int target = f.snode[next_row - 1];
-    const int tfirst = f.xsuper[target - 1];
-    if (target > r.last) {
-      exit(tfirst, jfirst);
-    } else {
-      push_on_chain(link, tfirst, jfirst);
-    }
+    if (target <= r.last || !task.leave) push_on_chain(link, f.xsuper[target - 1], jfirst);
   };
 
   int filled = r.first - 1;  // the last supernode whose panel holds its entries of A
@@ -158,15 +165,9 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
       const int m = update(k, jsup, L);
       if (task.status != 0) return;
       length[jsup - 1] = L - m;
-      if (L > m) {
-        const int next_row = f.lindx[f.xlindx[jsup] - 1 - L + m];
-        if (opt.pieces && continues(f, jsup)) {
-          int last = jsup + 1;  // the last piece
-          while (continues(f, last)) ++last;
-          if (next_row >= f.xsuper[last]) continue;  // beyond the split supernode: waits
-        }
-        move_on(next_row, jfirst);
-      }
+      bool waits = false;
+      const int next_row = next_row_of(f, jsup, L - m, opt.pieces, &waits);
+      if (next_row != 0 && !waits) move_on(next_row, jfirst);
     }
 
     // A Schur supernode keeps what it has received.
@@ -180,6 +181,98 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
     length[ksup - 1] = k.len - k.ncols;
     if (k.len > k.ncols) move_on(f.lindx[f.xlindx[ksup - 1] - 1 + k.ncols], k.first);
   }
+}
+
+// Whether the subtrees of work can be factored as tasks beside each
+// other: at least two, ranges that follow each other from the first
+// supernode and hold whole column chains, and the top range after them up
+// to the last supernode.
+template <class T>
+bool subtrees_usable(const FactorView<T> &f, const FactorWork<T> &work) {
+  if (work.nthreads < 2 || work.ndom < 2 || work.domains == nullptr) return false;
+  int next = 1;
+  for (int d = 0; d <= work.ndom; ++d) {
+    const int first = work.domains[2 * d], last = work.domains[2 * d + 1];
+    if (first != next || last < first - 1 || last > f.nsuper) return false;
+    if (last >= first && continues(f, last)) return false;
+    next = last + 1;
+  }
+  return next == f.nsuper + 1;
+}
+
+// Puts each supernode of range r that left it with rows still to apply on
+// the chain of its next target, as the loop would have.
+template <class T>
+void link_leaving(const FactorView<T> &f, SupernodeRange r, const Chains &c, bool pieces) {
+  for (int j = r.first; j <= r.last; ++j) {
+    bool waits = false;
+    const int next_row = next_row_of(f, j, c.length[j - 1], pieces, &waits);
+    if (next_row == 0 || waits) continue;
+    assert(f.snode[next_row - 1] > r.last);
+    push_on_chain(c.link, f.xsuper[f.snode[next_row - 1] - 1], f.xsuper[j - 1]);
+  }
+}
+
+// The loop over every supernode of f: run(task) runs left_looking for a
+// task with the family's records.  With one thread, or without usable
+// subtrees, one task takes every supernode in order.  Otherwise the
+// subtrees are tasks of a dynamic schedule over a team of work.nthreads
+// threads, each task on the slices of the thread that runs it; those that
+// left their subtree are then linked on, and one task takes the top range.
+// The team's sums and the status of the first failing subtree (by
+// position) go to sc; after a failure the top is not factored.
+template <class T, class Run>
+void run_loop(const FactorView<T> &f, const FactorWork<T> &work, bool pieces, FactorScalars &sc,
+              Run run) {
+  LoopTask<T> whole = whole_loop(f, work);
+  clear_chains(f, whole.chains);
+  if (!subtrees_usable(f, work)) {
+    run_on_team(1, [&](int, int) { run(whole); });
+    sc.add(whole.status, whole.sums);
+    return;
+  }
+  int failed = work.ndom, status = 0;
+  run_on_team(work.nthreads, [&](int t, int) {
+    PivotSums mine;
+    int my_failed = work.ndom, my_status = 0;
+#pragma omp for schedule(dynamic, 1) nowait
+    for (int d = 0; d < work.ndom; ++d) {
+      LoopTask<T> task;
+      task.range = SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]};
+      task.chains = whole.chains;
+      task.work = work.task(f.n, t);
+      task.leave = true;
+      run(task);
+      mine.perturbed += task.sums.perturbed;
+      mine.npos += task.sums.npos;
+      mine.nneg += task.sums.nneg;
+      mine.logdet += task.sums.logdet;
+      if (task.status != 0 && d < my_failed) {
+        my_failed = d;
+        my_status = task.status;
+      }
+    }
+#pragma omp critical(velmora_loop_sums)
+    {
+      sc.add(0, mine);
+      if (my_failed < failed) {
+        failed = my_failed;
+        status = my_status;
+      }
+    }
+  });
+  if (status != 0) {
+    sc.add(status, PivotSums{});
+    return;
+  }
+  for (int d = 0; d < work.ndom; ++d) {
+    link_leaving(f, SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]}, whole.chains,
+                 pieces);
+  }
+  LoopTask<T> top = whole;
+  top.range = SupernodeRange{work.domains[2 * work.ndom], work.domains[2 * work.ndom + 1]};
+  run_on_team(1, [&](int, int) { run(top); });
+  sc.add(top.status, top.sums);
 }
 
 // Entries of the Schur block of a symmetric factor: the lower trapezoid

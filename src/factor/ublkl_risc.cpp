@@ -65,8 +65,7 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
                               FactorScalars &sc) {
   constexpr bool kHermitian = scalar_traits<T>::is_complex;
   const int first_schur = f.n - f.nschur;  // columns beyond it stay unfactored
-  LoopTask<T> task = whole_loop(f, work);
-  double *logdet = sc.determinant == 1 ? &task.sums.logdet : nullptr;
+  const bool determinant = sc.determinant == 1;
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -82,19 +81,20 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
   auto tail_rows = [](const Piece<T> &p, int, T *) {
     return std::pair<const T *, int>(p.x, p.lenj);
   };
-  auto rank1 = [&](const Piece<T> &p, int m, T *) {
-    scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, task.work.indmap, f.lnz);
+  auto run = [&](LoopTask<T> &task) {
+    double *logdet = determinant ? &task.sums.logdet : nullptr;
+    auto rank1 = [&](const Piece<T> &p, int m, T *) {
+      scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, task.work.indmap, f.lnz);
+    };
+    auto update = [&](const Target<T> &k, int jsup, int L) {
+      return apply_symmetric_update<T, blas::adjoint_letter<T>()>(
+          f, k, jsup, L, first_schur, false, task.work, &task.status, g_kernel_counts, tail_rows,
+          rank1);
+    };
+    auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
+    left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor);
   };
-  auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_symmetric_update<T, blas::adjoint_letter<T>()>(f, k, jsup, L, first_schur, false,
-                                                                task.work, &task.status,
-                                                                g_kernel_counts, tail_rows, rank1);
-  };
-  auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
-  clear_chains(f, task.chains);
-  left_looking(f, in, LoopOptions{kHermitian, true, logdet != nullptr}, task, make, update, factor,
-               ChainExit{task.chains.link});
-  sc.add(task.status, task.sums);
+  run_loop(f, work, true, sc, run);
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;

@@ -136,7 +136,6 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
   const int first_schur = f.n - f.nschur;
   const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
   const bool determinant = sc.determinant == 1;
-  LoopTask<T> task = whole_loop(f, work);
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -154,26 +153,26 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     scaled_copy<T, kHermitian>(m, p.ncolj, p.x, p.lenj, p.blk, p.piv, diagonal_mode, buffer);
     return std::pair<const T *, int>(buffer, m);
   };
-  auto rank1 = [&](const Piece<T> &p, int m, T *buffer) {
-    const T d = p.blk[0];
-    for (int c = 0; c < m; ++c) buffer[c] = d * conj_if<kHermitian>(p.x[c]);
-    scatter_rank1(m, p.L, p.x, buffer, p.tail, f.xlnz, task.work.indmap, f.lnz);
+  auto run = [&](LoopTask<T> &task) {
+    auto rank1 = [&](const Piece<T> &p, int m, T *buffer) {
+      const T d = p.blk[0];
+      for (int c = 0; c < m; ++c) buffer[c] = d * conj_if<kHermitian>(p.x[c]);
+      scatter_rank1(m, p.L, p.x, buffer, p.tail, f.xlnz, task.work.indmap, f.lnz);
+    };
+    auto update = [&](const Target<T> &k, int jsup, int L) {
+      return apply_symmetric_update<T, kAdj>(f, k, jsup, L, first_schur, true, task.work,
+                                             &task.status, g_ldl_counts, scaled, rank1);
+    };
+    auto factor = [&](const Target<T> &k) {
+      const int status =
+          diagonal_mode
+              ? factor_diagonal_mode<T, kHermitian>(k, sc.eps, task.sums, determinant)
+              : factor_bunch_kaufman<T, kHermitian>(k, sc.eps, task.sums, determinant, task.work);
+      return status == 0 ? 0 : status == -2 ? -2 : -1;
+    };
+    left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor);
   };
-  auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_symmetric_update<T, kAdj>(f, k, jsup, L, first_schur, true, task.work,
-                                           &task.status, g_ldl_counts, scaled, rank1);
-  };
-  auto factor = [&](const Target<T> &k) {
-    const int status =
-        diagonal_mode
-            ? factor_diagonal_mode<T, kHermitian>(k, sc.eps, task.sums, determinant)
-            : factor_bunch_kaufman<T, kHermitian>(k, sc.eps, task.sums, determinant, task.work);
-    return status == 0 ? 0 : status == -2 ? -2 : -1;
-  };
-  clear_chains(f, task.chains);
-  left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor,
-               ChainExit{task.chains.link});
-  sc.add(task.status, task.sums);
+  run_loop(f, work, true, sc, run);
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;

@@ -160,7 +160,6 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
   assert(f.unz != nullptr && f.xunz != nullptr && f.pivot != nullptr);
   assert(!kGeneral || f.pivot_col != nullptr);
   const int first_schur = f.n - f.nschur;
-  LoopTask<T> task = whole_loop(f, work);
   auto make = [&](int ksup) {
     Target<T> k;
     k.first = f.xsuper[ksup - 1];
@@ -172,20 +171,20 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
     k.upanel = f.unz + (f.xunz[k.first - 1] - 1);
     return k;
   };
-  auto update = [&](const Target<T> &k, int jsup, int L) {
-    return apply_update(f, k, jsup, L, first_schur, task.work, &task.status);
+  auto run = [&](LoopTask<T> &task) {
+    auto update = [&](const Target<T> &k, int jsup, int L) {
+      return apply_update(f, k, jsup, L, first_schur, task.work, &task.status);
+    };
+    auto factor = [&](const Target<T> &k) {
+      return factor_panel<kGeneral>(k, f.pivot + (k.first - 1),
+                                    kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc.eps,
+                                    task.sums)
+                 ? 0
+                 : -1;
+    };
+    left_looking(f, in, LoopOptions{false, false, sc.determinant == 1}, task, make, update, factor);
   };
-  auto factor = [&](const Target<T> &k) {
-    return factor_panel<kGeneral>(k, f.pivot + (k.first - 1),
-                                  kGeneral ? f.pivot_col + (k.first - 1) : nullptr, sc.eps,
-                                  task.sums)
-               ? 0
-               : -1;
-  };
-  clear_chains(f, task.chains);
-  left_looking(f, in, LoopOptions{false, false, sc.determinant == 1}, task, make, update, factor,
-               ChainExit{task.chains.link});
-  sc.add(task.status, task.sums);
+  run_loop(f, work, false, sc, run);
 
   // Entries of the Schur block: the square block and the L and U parts
   // beside it, (2 r - c) c per supernode.

@@ -217,6 +217,8 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.tmpsiz = s.tmpsiz;
   w.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
   w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
+  w.ndom = s.ndom;
+  w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
 
   const FactorView<void> f = factor_view<void>(pt, cb, row);
   FactorScalars sc;

@@ -195,8 +195,11 @@ struct Records {
   std::vector<int> pivot;  // block exchanges of the LDL^T families
 };
 
+// nthreads: the task slices of the work space; with 2 or more the
+// analysis' subtrees go to the work record, for the loop to run them as
+// tasks.
 inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<double> *lnz,
-                       LuStorage *lu = nullptr) {
+                       LuStorage *lu = nullptr, int nthreads = 1) {
   Records r;
   const int n = s.n;
   lnz->assign(std::max<std::int64_t>(1, s.xlnz[n] - 1), 0.0);
@@ -219,16 +222,22 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
   r.input.lmap.dest = s.map_dest.data();
   r.input.lmap.src = s.map_src.data();
   r.input.lmap.row = s.map_row.data();
-  r.iwork.assign(3 * static_cast<size_t>(n) + s.nsuper + 1, -7);
-  r.temp.assign(std::max<std::int64_t>(1, s.tmpsiz), 0.0);
+  const size_t nt = static_cast<size_t>(nthreads);
+  r.iwork.assign((2 * nt + 1) * n + s.nsuper + 1, -7);
+  r.temp.assign(std::max<std::int64_t>(1, s.tmpsiz) * nt, 0.0);
+  r.work.nthreads = nthreads;
   r.work.indmap = r.iwork.data();
-  r.work.relind = r.iwork.data() + n;
-  r.work.link = r.iwork.data() + 2 * n;
-  r.work.length = r.iwork.data() + 3 * n;
+  r.work.relind = r.iwork.data() + nt * n;
+  r.work.link = r.iwork.data() + 2 * nt * n;
+  r.work.length = r.iwork.data() + (2 * nt + 1) * n;
   r.work.temp = r.temp.data();
   r.work.tmpsiz = s.tmpsiz;
   r.work.nmod = s.nmod.data();
   r.work.pnlsch = s.tasklist.data();
+  if (nthreads > 1 && s.ntasks > 1) {
+    r.work.ndom = s.ntasks;
+    r.work.domains = s.domains.data();
+  }
   if (lu != nullptr) {
     lu->unz.assign(std::max<std::int64_t>(1, s.xunz[n] - 1), 0.0);
     lu->pivot.assign(n, 0);

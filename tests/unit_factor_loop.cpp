@@ -1,0 +1,143 @@
+// The supernode loop run as tasks: the subtrees of nested dissection on a
+// team, each on its own slices of the work space, then the top.  Every
+// family must give the factor of the one-task loop (up to the rounding of
+// another order of updates) with the same pivot counts, and a failure in
+// a subtree must end the run with its status.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "factor/blkl.h"
+#include "factor/blkldl.h"
+#include "factor/blklu.h"
+#include "factor_setup.h"
+#include "test_matrices.h"
+
+namespace {
+
+using factor_setup::Ordering;
+
+enum class Family { kCholesky, kLdlDiagonal, kLdlBunchKaufman, kLu, kLuGeneral };
+
+struct Factored {
+  factor_setup::Symbolic s;
+  std::vector<double> lnz;
+  factor_setup::LuStorage lu;
+  vm::FactorScalars sc;
+  double logdet = 0;
+};
+
+void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads,
+            std::int64_t tmpsiz = -1) {
+  const bool lu = fam == Family::kLu || fam == Family::kLuGeneral;
+  factor_setup::Records rec = factor_setup::records(r.s, a, &r.lnz, lu ? &r.lu : nullptr, nthreads);
+  if (tmpsiz >= 0) rec.work.tmpsiz = tmpsiz;
+  r.sc = vm::FactorScalars{};
+  r.logdet = 0;
+  r.sc.eps = 1e-8;
+  r.sc.pivot_mode = fam == Family::kLdlDiagonal ? -1 : 0;
+  r.sc.determinant = 1;
+  r.sc.logdet = &r.logdet;
+  switch (fam) {
+    case Family::kCholesky:
+      vm::BLKL_RISC_VELMORA(rec.view, rec.input, rec.work, r.sc);
+      break;
+    case Family::kLdlDiagonal:
+    case Family::kLdlBunchKaufman:
+      vm::BLKLDL_RISC_VELMORA(rec.view, rec.input, rec.work, r.sc);
+      break;
+    case Family::kLu:
+      vm::BLKLU_RISC_VELMORA(rec.view, rec.input, rec.work, r.sc);
+      break;
+    case Family::kLuGeneral:
+      vm::BLKLU_UNSYM_RISC_VELMORA(rec.view, rec.input, rec.work, r.sc);
+      break;
+  }
+}
+
+double max_difference(const std::vector<double> &x, const std::vector<double> &y, double *scale) {
+  double d = 0;
+  *scale = 0;
+  for (size_t i = 0; i < x.size(); ++i) {
+    d = std::max(d, std::fabs(x[i] - y[i]));
+    *scale = std::max(*scale, std::fabs(x[i]));
+  }
+  return d;
+}
+
+struct Case {
+  const char *name;
+  Family family;
+  testmat::Csr a;  // upper triangle for the symmetric families, every entry for LU
+};
+
+std::vector<Case> cases() {
+  return {
+      {"cholesky 3D grid", Family::kCholesky, testmat::grid_laplacian(14, 13, 12, true)},
+      {"ldl diagonal pivots, KKT", Family::kLdlDiagonal, testmat::kkt_local(10, 300, 5)},
+      {"ldl Bunch-Kaufman, KKT", Family::kLdlBunchKaufman, testmat::kkt_local(10, 300, 6)},
+      {"lu 3D convection", Family::kLu, testmat::convection_diffusion(12, 12, 11, 0.4)},
+      {"lu general, 3D convection", Family::kLuGeneral,
+       testmat::convection_diffusion(11, 12, 12, 0.7)},
+  };
+}
+
+factor_setup::Symbolic analyse(const Case &c) {
+  const bool lu = c.family == Family::kLu || c.family == Family::kLuGeneral;
+  return factor_setup::analyse(c.a, Ordering::kMetis, 48, 0, 4, lu);
+}
+
+TEST(FactorLoop, SubtreesOnATeamGiveTheFactorOfOneTask) {
+  for (const Case &c : cases()) {
+    Factored one, team;
+    one.s = analyse(c);
+    ASSERT_EQ(one.s.status, 0) << c.name;
+    ASSERT_GE(one.s.ntasks, 2) << c.name;
+    team.s = one.s;
+    factor(one, c.a, c.family, 1);
+    ASSERT_EQ(one.sc.iflag, 0) << c.name;
+    for (int nthreads : {2, 3, 4}) {
+      SCOPED_TRACE(testing::Message() << c.name << ", " << nthreads << " threads");
+      factor(team, c.a, c.family, nthreads);
+      ASSERT_EQ(team.sc.iflag, 0);
+      double scale = 0;
+      const double dl = max_difference(one.lnz, team.lnz, &scale);
+      EXPECT_LE(dl, 1e-12 * scale);
+      if (!one.lu.unz.empty()) {
+        const double du = max_difference(one.lu.unz, team.lu.unz, &scale);
+        EXPECT_LE(du, 1e-12 * scale);
+        EXPECT_EQ(one.lu.pivot, team.lu.pivot);
+      }
+      EXPECT_EQ(team.sc.perturbed, one.sc.perturbed);
+      EXPECT_EQ(team.sc.npos, one.sc.npos);
+      EXPECT_EQ(team.sc.nneg, one.sc.nneg);
+      EXPECT_NEAR(team.logdet, one.logdet, 1e-10 * std::fabs(one.logdet));
+    }
+  }
+}
+
+// A pivot that is not positive inside the second subtree, and a buffer
+// too small for the first update met: every thread stops with the one-task
+// loop's status, and none hangs.
+TEST(FactorLoop, FailureInASubtreeEndsTheRun) {
+  testmat::Csr a = testmat::grid_laplacian(14, 13, 12, true);
+  Factored one, team;
+  one.s = factor_setup::analyse(a, Ordering::kMetis, 48, 0, 4);
+  ASSERT_GE(one.s.ntasks, 2);
+  team.s = one.s;
+  const int col = one.s.xsuper[one.s.domains[2] - 1];  // first column of the second subtree
+  const int row = one.s.perm[col - 1];                 // its original row
+  a.a[a.ia[row - 1] - 1] = -1.0;                       // its diagonal entry
+  factor(one, a, Family::kCholesky, 1);
+  EXPECT_EQ(one.sc.iflag, -1);
+  for (int nthreads : {2, 4}) {
+    factor(team, a, Family::kCholesky, nthreads);
+    EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads";
+    factor(team, a, Family::kCholesky, nthreads, 1);
+    EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads";
+  }
+}
+
+}  // namespace
