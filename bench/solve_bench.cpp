@@ -88,11 +88,13 @@ Factor make_factor(int m, int target) {
   F.lindx.resize(nsub);
   F.xlnz.resize(n + 1);
   vm::SymbolicCounts counts{};
-  vm::REORDER2_VELMORA(n, ns, xadj.data(), adjncy.data(), F.perm.data(), invp.data(),
-                       F.xsuper.data(), F.snode.data(), colcnt.data(), ndom, F.domains.data(), 0, 0,
-                       0, 0, nsub, parent.data(), sp.data(), fc.data(), nx.data(), tl.data(),
-                       F.xlindx.data(), F.lindx.data(), F.xlnz.data(), nullptr, uf.data(),
-                       un.data(), nmod.data(), &counts, w2.data());
+  vm::REORDER2_VELMORA(
+      vm::Reorder2Input{n, ns, xadj.data(), adjncy.data(), F.perm.data(), invp.data(),
+                        F.xsuper.data(), F.snode.data(), colcnt.data(), ndom, F.domains.data(), 0,
+                        0, 0, 0, nsub},
+      vm::Reorder2Output{parent.data(), sp.data(), fc.data(), nx.data(), tl.data(), F.xlindx.data(),
+                         F.lindx.data(), F.xlnz.data(), nullptr, uf.data(), un.data(), nmod.data()},
+      &counts, w2.data());
   F.lnz.resize(F.xlnz[n] - 1);
   std::mt19937 gen(1);
   std::uniform_real_distribution<double> d(-1e-4, 1e-4);

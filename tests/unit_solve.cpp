@@ -122,13 +122,15 @@ Problem make_problem(const testmat::Csr &m, const Options &o) {
   P.lindx.resize(nsub);
   P.xlnz.resize(n + 1);
   vm::SymbolicCounts counts{};
-  EXPECT_EQ(
-      vm::REORDER2_VELMORA(n, ns, xadj.data(), adjncy.data(), P.perm.data(), invp.data(),
-                           P.xsuper.data(), P.snode.data(), colcnt.data(), ndom, P.domains.data(),
-                           0, 0, 0, 0, nsub, parent.data(), sp.data(), fc.data(), nx.data(),
-                           tl.data(), P.xlindx.data(), P.lindx.data(), P.xlnz.data(), nullptr,
-                           uf.data(), un.data(), nmod.data(), &counts, w2.data()),
-      0);
+  EXPECT_EQ(vm::REORDER2_VELMORA(
+                vm::Reorder2Input{n, ns, xadj.data(), adjncy.data(), P.perm.data(), invp.data(),
+                                  P.xsuper.data(), P.snode.data(), colcnt.data(), ndom,
+                                  P.domains.data(), 0, 0, 0, 0, nsub},
+                vm::Reorder2Output{parent.data(), sp.data(), fc.data(), nx.data(), tl.data(),
+                                   P.xlindx.data(), P.lindx.data(), P.xlnz.data(), nullptr,
+                                   uf.data(), un.data(), nmod.data()},
+                &counts, w2.data()),
+            0);
 
   // B = P S A S P^T, its leading n - nschur block factored densely.
   P.scale = o.scaled ? random_vector(2 * n, 0.5, 2.0, 11) : vector<double>(2 * n, 1.0);

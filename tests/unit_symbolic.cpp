@@ -219,11 +219,13 @@ void run_reorder2(const Graph &g, Analysis *a, int unsym, int64_t lnz_limit = 0,
   a->xunz.assign(unsym ? n + 1 : 0, -7);
   vector<int> work(static_cast<size_t>(vm::reorder2_work_size(n, ns)), -7);
   a->r2_status = vm::REORDER2_VELMORA(
-      n, ns, g.xadj.data(), g.adj.data(), a->perm.data(), a->invp.data(), a->xsuper.data(),
-      a->snode.data(), a->colcnt.data(), a->ndom, a->domains.data(), unsym, indefinite, lnz_limit,
-      unz_limit, a->nsub, a->parent2.data(), a->sparent.data(), a->first_child.data(),
-      a->next_sibling.data(), a->tasklist.data(), a->xlindx.data(), a->lindx.data(), a->xlnz.data(),
-      unsym ? a->xunz.data() : nullptr, a->upd_first.data(), a->upd_next.data(), a->nmod.data(),
+      vm::Reorder2Input{n, ns, g.xadj.data(), g.adj.data(), a->perm.data(), a->invp.data(),
+                        a->xsuper.data(), a->snode.data(), a->colcnt.data(), a->ndom,
+                        a->domains.data(), unsym, indefinite, lnz_limit, unz_limit, a->nsub},
+      vm::Reorder2Output{a->parent2.data(), a->sparent.data(), a->first_child.data(),
+                         a->next_sibling.data(), a->tasklist.data(), a->xlindx.data(),
+                         a->lindx.data(), a->xlnz.data(), unsym ? a->xunz.data() : nullptr,
+                         a->upd_first.data(), a->upd_next.data(), a->nmod.data()},
       &a->counts, work.data());
 }
 

@@ -225,13 +225,12 @@ int row_structure(const RowStructure &rs) {
  *       work[2n+1..3n+1) rows of A awaiting their merge;
  *       work[3n+1..3n+1+nsuper) the child counters of SCHED_VELMORA.
  */
-int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, const int *perm,
-                     const int *invp, const int *xsuper, const int *snode, const int *colcnt,
-                     int ndom, const int *domains, int unsym, int indefinite,
-                     std::int64_t lnz_limit, std::int64_t unz_limit, std::int64_t lindx_size,
-                     int *parent, int *sparent, int *first_child, int *next_sibling, int *tasklist,
-                     std::int64_t *xlindx, int *lindx, std::int64_t *xlnz, std::int64_t *xunz,
-                     int *upd_first, int *upd_next, int *nmod, SymbolicCounts *counts, int *work) {
+int REORDER2_VELMORA(const Reorder2Input &in, const Reorder2Output &out, SymbolicCounts *counts,
+                     int *work) {
+  const int n = in.n, nsuper = in.nsuper, unsym = in.unsym;
+  const int *xsuper = in.xsuper, *snode = in.snode, *colcnt = in.colcnt;
+  int *parent = out.parent, *sparent = out.sparent, *lindx = out.lindx;
+  std::int64_t *xlindx = out.xlindx, *xlnz = out.xlnz, *xunz = out.xunz;
   *counts = SymbolicCounts{0, 1, 0, 0, 0, 0, 0, 0};
   if (n < 0 || nsuper < 0 || nsuper > n || (n > 0 && nsuper == 0) || (unsym && !xunz)) {
     return kSymbolicBadArgument;
@@ -246,26 +245,26 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
   parallel_fill(work, nn, 0);
 
   /* 2. Elimination tree in the final order. */
-  etree(n, xadj, adjncy, perm, invp, parent, mark);
+  etree(n, in.xadj, in.adjncy, in.perm, in.invp, parent, mark);
 
   /* 3. Supernodal tree. */
   const int root =
-      supernodal_tree(nsuper, parent, xsuper, snode, sparent, first_child, next_sibling);
+      supernodal_tree(nsuper, parent, xsuper, snode, sparent, out.first_child, out.next_sibling);
   counts->first_root = root;
 
   /* 4. Task list. */
-  SCHED_VELMORA(nsuper, sparent, nchild, tasklist);
+  SCHED_VELMORA(nsuper, sparent, nchild, out.tasklist);
 
   /* 5a, 5b. Offsets of L and U and the largest totals of one domain. */
-  int status = factor_offsets(n, nsuper, xsuper, colcnt, unsym, lnz_limit, unz_limit, xlnz, xunz,
-                              &counts->max_width);
+  int status = factor_offsets(n, nsuper, xsuper, colcnt, unsym, in.lnz_limit, in.unz_limit, xlnz,
+                              xunz, &counts->max_width);
   if (status != kSymbolicOk) return status;
-  domain_peaks(ndom, domains, nsuper, xsuper, xlnz, unsym ? xunz : nullptr, counts);
+  domain_peaks(in.ndom, in.domains, nsuper, xsuper, xlnz, unsym ? xunz : nullptr, counts);
 
   /* 5c. Row list pointers: a supernode holds the rows of its first column. */
   xlindx[0] = 1;
   for (int k = 1; k <= nsuper; ++k) xlindx[k] = xlindx[k - 1] + colcnt[xsuper[k - 1] - 1];
-  if (xlindx[nsuper] - 1 > lindx_size) return kSymbolicLimit;
+  if (xlindx[nsuper] - 1 > in.lindx_size) return kSymbolicLimit;
 
   /*
    * 5d. Row structure.  The structure of a supernode is that of its first
@@ -293,9 +292,9 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
    * relinks them, while the child lists describe the tree for the
    * scheduler and must stay intact.
    */
-  status =
-      row_structure(RowStructure{n, nsuper, xadj, adjncy, perm, invp, xsuper, snode, first_child,
-                                 next_sibling, xlindx, lindx, upd_first, upd_next, work});
+  status = row_structure(RowStructure{n, nsuper, in.xadj, in.adjncy, in.perm, in.invp, xsuper,
+                                      snode, out.first_child, out.next_sibling, xlindx, lindx,
+                                      out.upd_first, out.upd_next, work});
   if (status != kSymbolicOk) return status;
 
   /* 6. Entry counts.  U: 1 when not stored or empty. */
@@ -311,8 +310,8 @@ int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, cons
   debug_dump_array("index array lindx", lindx, counts->nsub, 4);
 
   /* 8. Update buffer size and update counts. */
-  counts->tmpsiz = compute_tmpsiz(n, nsuper, xsuper, xlindx, lindx, snode, indefinite);
-  FNPMOD_VELMORA(nsuper, xsuper, xlindx, lindx, snode, nmod);
+  counts->tmpsiz = compute_tmpsiz(n, nsuper, xsuper, xlindx, lindx, snode, in.indefinite);
+  FNPMOD_VELMORA(nsuper, xsuper, xlindx, lindx, snode, out.nmod);
   return kSymbolicOk;
 }
 

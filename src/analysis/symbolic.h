@@ -123,36 +123,53 @@ struct SymbolicCounts {
 /* Ints of work needed by REORDER2_VELMORA: 3n+1+nsuper. */
 std::int64_t reorder2_work_size(int n, int nsuper);
 
+/* What REORDER2_VELMORA reads: the final order and the results of sfinit. */
+struct Reorder2Input {
+  int n;
+  int nsuper;
+  const int *xadj; /* adjacency of A + A^T, original numbering */
+  const int *adjncy;
+  const int *perm; /* final order from sfinit */
+  const int *invp;
+  const int *xsuper; /* nsuper+1, from sfinit */
+  const int *snode;  /* n */
+  const int *colcnt; /* n */
+  int ndom;          /* domains: supernode ranges from sfinit, ndom+1 pairs */
+  const int *domains;
+  int unsym;              /* nonzero when U is stored (xunz is then required) */
+  int indefinite;         /* symmetric indefinite and complex symmetric types (only
+                             changes the fallback of an empty tmpsiz) */
+  std::int64_t lnz_limit; /* entries available for lnz and unz (below 1: none) */
+  std::int64_t unz_limit;
+  std::int64_t lindx_size; /* ints available in lindx */
+};
+
+/* The arrays REORDER2_VELMORA writes. */
+struct Reorder2Output {
+  int *parent;          /* n, recomputed in the final order */
+  int *sparent;         /* nsuper */
+  int *first_child;     /* nsuper: children in increasing order; the roots are */
+  int *next_sibling;    /* chained from counts->first_root */
+  int *tasklist;        /* nsuper */
+  std::int64_t *xlindx; /* nsuper+1 */
+  int *lindx;           /* nsub */
+  std::int64_t *xlnz;   /* n+1 */
+  std::int64_t *xunz;   /* n+1, only when unsym; may be null otherwise */
+  int *upd_first;       /* nsuper: initial update chains, see reorder2.cpp */
+  int *upd_next;        /* nsuper */
+  int *nmod;            /* nsuper */
+};
+
 /*
- * REORDER2_VELMORA: supernodal tree, task list and symbolic factor.
- *
- * In:   n, nsuper; xadj, adjncy, perm, invp (final order from sfinit);
- *       xsuper[nsuper+1], snode[n], colcnt[n] from sfinit;
- *       ndom, domains (supernode ranges from sfinit, ndom+1 pairs);
- *       unsym: nonzero when U is stored (xunz is then required);
- *       indefinite: nonzero for symmetric indefinite and complex symmetric
- *       types (only changes the fallback of an empty tmpsiz);
- *       lnz_limit, unz_limit: entries available for lnz and unz (a limit
- *       below 1 means none); lindx_size: ints available in lindx.
- * Out:  parent[n] (recomputed in the final order), sparent[nsuper],
- *       first_child[nsuper], next_sibling[nsuper] (children in increasing
- *       order; the roots are chained from counts->first_root), tasklist
- *       [nsuper], xlindx[nsuper+1], lindx[nsub], xlnz[n+1], xunz[n+1] (only
- *       when unsym; may be null otherwise), upd_first[nsuper] and
- *       upd_next[nsuper] (initial update chains, see reorder2.cpp),
- *       nmod[nsuper], *counts.
+ * REORDER2_VELMORA: supernodal tree, task list and symbolic factor, from
+ * `in` into the arrays of `out` and *counts.
  * Work: reorder2_work_size(n, nsuper) ints.
  * Returns kSymbolicOk, kSymbolicLimit (xlnz, xunz or lindx would pass its
  * limit) or kSymbolicRowList (a row list did not close).  On failure the
  * outputs after the failing step are undefined.
  */
-int REORDER2_VELMORA(int n, int nsuper, const int *xadj, const int *adjncy, const int *perm,
-                     const int *invp, const int *xsuper, const int *snode, const int *colcnt,
-                     int ndom, const int *domains, int unsym, int indefinite,
-                     std::int64_t lnz_limit, std::int64_t unz_limit, std::int64_t lindx_size,
-                     int *parent, int *sparent, int *first_child, int *next_sibling, int *tasklist,
-                     std::int64_t *xlindx, int *lindx, std::int64_t *xlnz, std::int64_t *xunz,
-                     int *upd_first, int *upd_next, int *nmod, SymbolicCounts *counts, int *work);
+int REORDER2_VELMORA(const Reorder2Input &in, const Reorder2Output &out, SymbolicCounts *counts,
+                     int *work);
 
 /* ---- update counts, buffer size, flops --------------------------------- */
 

@@ -119,25 +119,27 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
   SymbolicCounts counts{};
   const double t0 = omp_get_wtime();
   const int status = REORDER2_VELMORA(
-      n, s.nsuper, carved<int>(pt, cb, kPtOrderInt, kOrdXadj),
-      carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy), carved<int>(pt, cb, kPtOrderInt, kOrdPerm),
-      carved<int>(pt, cb, kPtOrderInt, kOrdInvp), carved<int>(pt, cb, kPtOrderInt, kOrdXsuper),
-      carved<int>(pt, cb, kPtOrderInt, kOrdSnode), carved<int>(pt, cb, kPtOrderInt, kOrdColcnt),
-      s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym,
-      is_sym_indefinite_group(s.mtype) ? 1 : 0, kMaxGroupBytes / 16, kMaxGroupBytes / 16, s.nsub,
-      carved<int>(pt, cb, kPtOrderInt, kOrdParent),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2Sparent),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2FirstChild),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2NextSibling),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2Tasklist),
-      carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2Lindx),
-      carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz),
-      unsym ? carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz) : nullptr,
-      carved<int>(pt, cb, kPtSymbolicWork, kS2UpdFirst),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2UpdNext),
-      carved<int>(pt, cb, kPtSymbolicWork, kS2Nmod), &counts,
-      carved<int>(pt, cb, kPtSymbolicWork, kS2Work));
+      Reorder2Input{
+          n, s.nsuper, carved<int>(pt, cb, kPtOrderInt, kOrdXadj),
+          carved<int>(pt, cb, kPtOrderInt, kOrdAdjncy), carved<int>(pt, cb, kPtOrderInt, kOrdPerm),
+          carved<int>(pt, cb, kPtOrderInt, kOrdInvp), carved<int>(pt, cb, kPtOrderInt, kOrdXsuper),
+          carved<int>(pt, cb, kPtOrderInt, kOrdSnode), carved<int>(pt, cb, kPtOrderInt, kOrdColcnt),
+          s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym,
+          is_sym_indefinite_group(s.mtype) ? 1 : 0, kMaxGroupBytes / 16, kMaxGroupBytes / 16,
+          s.nsub},
+      Reorder2Output{carved<int>(pt, cb, kPtOrderInt, kOrdParent),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2Sparent),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2FirstChild),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2NextSibling),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2Tasklist),
+                     carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlindx),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2Lindx),
+                     carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xlnz),
+                     unsym ? carved<std::int64_t>(pt, cb, kPtSymbolicWork, kS2Xunz) : nullptr,
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2UpdFirst),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2UpdNext),
+                     carved<int>(pt, cb, kPtSymbolicWork, kS2Nmod)},
+      &counts, carved<int>(pt, cb, kPtSymbolicWork, kS2Work));
   add_time(cb, kTimeSymbFct, omp_get_wtime() - t0);
   if (status != 0) {
     *stage = -3;

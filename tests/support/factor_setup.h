@@ -117,11 +117,14 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
   vm::SymbolicCounts counts{};
   work.assign(vm::reorder2_work_size(n, ns), 0);
   s.status = vm::REORDER2_VELMORA(
-      n, ns, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(), s.xsuper.data(),
-      s.snode.data(), colcnt.data(), ndom, domains.data(), unsym ? 1 : 0, 0, 0, 0, nsub,
-      parent.data(), sparent.data(), first_child.data(), next_sibling.data(), s.tasklist.data(),
-      s.xlindx.data(), s.lindx.data(), s.xlnz.data(), unsym ? s.xunz.data() : nullptr,
-      upd_first.data(), upd_next.data(), s.nmod.data(), &counts, work.data());
+      vm::Reorder2Input{n, ns, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(),
+                        s.xsuper.data(), s.snode.data(), colcnt.data(), ndom, domains.data(),
+                        unsym ? 1 : 0, 0, 0, 0, nsub},
+      vm::Reorder2Output{parent.data(), sparent.data(), first_child.data(), next_sibling.data(),
+                         s.tasklist.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
+                         unsym ? s.xunz.data() : nullptr, upd_first.data(), upd_next.data(),
+                         s.nmod.data()},
+      &counts, work.data());
   s.tmpsiz = counts.tmpsiz;
   s.ntasks = ndom > 1 ? ndom : 1;
   s.domains = domains;
