@@ -29,10 +29,16 @@ struct Factored {
   double logdet = 0;
 };
 
-void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads,
+// nthreads above 1 runs the subtrees as tasks; two_level adds the update
+// lists of the top, which then runs on the team too.
+void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads, bool two_level,
             std::int64_t tmpsiz = -1) {
   const bool lu = fam == Family::kLu || fam == Family::kLuGeneral;
   factor_setup::Records rec = factor_setup::records(r.s, a, &r.lnz, lu ? &r.lu : nullptr, nthreads);
+  if (two_level) {
+    factor_setup::add_top_lists(r.s, &rec);
+    EXPECT_GT(rec.work.top.ntop, 0);
+  }
   if (tmpsiz >= 0) rec.work.tmpsiz = tmpsiz;
   r.sc = vm::FactorScalars{};
   r.logdet = 0;
@@ -55,6 +61,27 @@ void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads,
       vm::BLKLU_UNSYM_RISC_VELMORA(rec.view, rec.input, rec.work, r.sc);
       break;
   }
+}
+
+// Largest difference between the entries of two factors of the same
+// structure that the factor defines (for the symmetric families, not the
+// strict upper triangle of a diagonal block, which they leave as scratch),
+// and in *scale the largest magnitude among them.
+double max_difference(const factor_setup::Symbolic &s, const std::vector<double> &x,
+                      const std::vector<double> &y, bool lower_only, double *scale) {
+  double d = 0;
+  *scale = 0;
+  for (int k = 1; k <= s.nsuper; ++k) {
+    const int first = s.xsuper[k - 1];
+    for (int j = first; j < s.xsuper[k]; ++j) {
+      const std::int64_t p0 = s.xlnz[j - 1] + (lower_only ? j - first : 0);
+      for (std::int64_t p = p0; p < s.xlnz[j]; ++p) {
+        d = std::max(d, std::fabs(x[p - 1] - y[p - 1]));
+        *scale = std::max(*scale, std::fabs(x[p - 1]));
+      }
+    }
+  }
+  return d;
 }
 
 double max_difference(const std::vector<double> &x, const std::vector<double> &y, double *scale) {
@@ -96,14 +123,18 @@ TEST(FactorLoop, SubtreesOnATeamGiveTheFactorOfOneTask) {
     ASSERT_EQ(one.s.status, 0) << c.name;
     ASSERT_GE(one.s.ntasks, 2) << c.name;
     team.s = one.s;
-    factor(one, c.a, c.family, 1);
+    factor(one, c.a, c.family, 1, false);
     ASSERT_EQ(one.sc.iflag, 0) << c.name;
-    for (int nthreads : {2, 3, 4}) {
-      SCOPED_TRACE(testing::Message() << c.name << ", " << nthreads << " threads");
-      factor(team, c.a, c.family, nthreads);
+    for (int run = 0; run < 6; ++run) {
+      const int nthreads = 2 + run % 3;
+      const bool two_level = run >= 3;
+      SCOPED_TRACE(testing::Message()
+                   << c.name << ", " << nthreads << " threads" << (two_level ? ", two-level" : ""));
+      factor(team, c.a, c.family, nthreads, two_level);
       ASSERT_EQ(team.sc.iflag, 0);
       double scale = 0;
-      const double dl = max_difference(one.lnz, team.lnz, &scale);
+      const bool lu = c.family == Family::kLu || c.family == Family::kLuGeneral;
+      const double dl = max_difference(one.s, one.lnz, team.lnz, !lu, &scale);
       EXPECT_LE(dl, 1e-12 * scale);
       if (!one.lu.unz.empty()) {
         const double du = max_difference(one.lu.unz, team.lu.unz, &scale);
@@ -119,10 +150,11 @@ TEST(FactorLoop, SubtreesOnATeamGiveTheFactorOfOneTask) {
 }
 
 // A pivot that is not positive inside the second subtree, and a buffer
-// too small for the first update met: every thread stops with the one-task
-// loop's status, and none hangs.
+// too small for the updates: every thread stops with the status of the
+// failure, and none hangs.
 TEST(FactorLoop, FailureInASubtreeEndsTheRun) {
-  testmat::Csr a = testmat::grid_laplacian(14, 13, 12, true);
+  const testmat::Csr good = testmat::grid_laplacian(14, 13, 12, true);
+  testmat::Csr a = good;
   Factored one, team;
   one.s = factor_setup::analyse(a, Ordering::kMetis, 48, 0, 4);
   ASSERT_GE(one.s.ntasks, 2);
@@ -130,13 +162,15 @@ TEST(FactorLoop, FailureInASubtreeEndsTheRun) {
   const int col = one.s.xsuper[one.s.domains[2] - 1];  // first column of the second subtree
   const int row = one.s.perm[col - 1];                 // its original row
   a.a[a.ia[row - 1] - 1] = -1.0;                       // its diagonal entry
-  factor(one, a, Family::kCholesky, 1);
+  factor(one, a, Family::kCholesky, 1, false);
   EXPECT_EQ(one.sc.iflag, -1);
   for (int nthreads : {2, 4}) {
-    factor(team, a, Family::kCholesky, nthreads);
-    EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads";
-    factor(team, a, Family::kCholesky, nthreads, 1);
-    EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads";
+    for (bool two_level : {false, true}) {
+      factor(team, a, Family::kCholesky, nthreads, two_level);
+      EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads, two-level " << two_level;
+      factor(team, good, Family::kCholesky, nthreads, two_level, 1);
+      EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads, two-level " << two_level;
+    }
   }
 }
 

@@ -321,9 +321,7 @@ TEST(Lu, ScaledSolveAndLogDeterminant) {
     const vm::FactorView<double> &t = r.rec.view;
     const vm::FactorView<void> view =
         vm::numeric_factor<void>(t, t.lnz, t.unz, t.pivot, t.pivot_col);
-    const vm::FactorWork<double> &u = r.rec.work;
-    vm::FactorWork<void> work{u.nthreads, u.indmap, u.relind, u.link,  u.length,
-                              u.temp,     u.tmpsiz, u.nmod,   u.pnlsch};
+    vm::FactorWork<void> work = factor_setup::untyped(r.rec.work);
     vm::FactorOptions opt;
     opt.mtype = mtype;
     opt.symmetric_pattern = 0;

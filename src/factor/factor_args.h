@@ -92,6 +92,24 @@ struct TaskWork {
   std::int64_t tmpsiz = 0;
 };
 
+// The top of the tree as the two-level loop takes it: the analysis' update
+// lists (analysis/update_lists.h: for top supernode t and source c, the
+// domains then the top itself, bucket b = (t - ftop) * nsrc + c holds the
+// entries ptr[b]-1 .. ptr[b+1]-2 of des, the descendants, and off, their
+// rows from the first one in t to the end of their lists) and the loop's
+// state, which it resets at each run.
+struct TopLists {
+  int ftop = 0;
+  int nsrc = 0;
+  int ntop = 0;
+  const int *ptr = nullptr;
+  const int *des = nullptr;
+  const int *off = nullptr;
+  int *state = nullptr;        // ntop: 0 free, -1 claimed, 1 finished
+  int *cursor = nullptr;       // ntop * nsrc: next entry of each bucket, zero-based
+  int *domain_done = nullptr;  // nsrc - 1: 1 once the domain's subtree is factored
+};
+
 // Scratch of one factorization, cut from the work group: nthreads task
 // slices, which follow each other with stride n (indmap, relind) or tmpsiz
 // (temp), and the chains of the supernode loop.
@@ -110,6 +128,7 @@ struct FactorWork {
   // supernode pairs, then the top pair (the analysis' domains).
   int ndom = 0;
   const int *domains = nullptr;
+  TopLists top;  // with ntop 0 the subtrees' leavers go on chains to the top
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

@@ -41,6 +41,7 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.pnlsch = w.pnlsch;
   t.ndom = w.ndom;
   t.domains = w.domains;
+  t.top = w.top;
   return t;
 }
 

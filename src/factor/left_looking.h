@@ -17,7 +17,10 @@
 #ifndef VELMORA_FACTOR_LEFT_LOOKING_H
 #define VELMORA_FACTOR_LEFT_LOOKING_H
 
+#include <algorithm>
+#include <atomic>
 #include <cassert>
+#include <climits>
 #include <cstdint>
 
 #include "analysis/parallel_fill.h"
@@ -68,6 +71,8 @@ struct LoopTask {
   // target's chain (false), or left for the caller to link once the
   // tasks running beside this one are done (true).
   bool leave = false;
+  // Set by another task that failed: the loop stops at its next supernode.
+  const std::atomic<int> *stop = nullptr;
   int status = 0;
 };
 
@@ -148,6 +153,7 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
 
   int filled = r.first - 1;  // the last supernode whose panel holds its entries of A
   for (int ksup = r.first; ksup <= r.last && task.status == 0; ++ksup) {
+    if (task.stop != nullptr && task.stop->load(std::memory_order_relaxed) != 0) return;
     auto k = make(ksup);
     if (ksup > filled) {
       filled = ksup;
@@ -213,28 +219,189 @@ void link_leaving(const FactorView<T> &f, SupernodeRange r, const Chains &c, boo
   }
 }
 
-// The loop over every supernode of f: run(task) runs left_looking for a
-// task with the family's records.  With one thread, or without usable
-// subtrees, one task takes every supernode in order.  Otherwise the
-// subtrees are tasks of a dynamic schedule over a team of work.nthreads
-// threads, each task on the slices of the thread that runs it; those that
-// left their subtree are then linked on, and one task takes the top range.
-// The team's sums and the status of the first failing subtree (by
-// position) go to sc; after a failure the top is not factored.
-template <class T, class Run>
-void run_loop(const FactorView<T> &f, const FactorWork<T> &work, bool pieces, FactorScalars &sc,
-              Run run) {
+// A top supernode's target record as the two-level loop wants it: its
+// updates reach its own columns only and a descendant's pieces come one
+// by one (each stands in the lists on its own).  Records without reach
+// (LU) are left as they are.
+template <class K>
+auto alone_in_top(K &k, int) -> decltype(k.reach, k.alone, void()) {
+  k.reach = k.last;
+  k.alone = true;
+}
+template <class K>
+void alone_in_top(K &, long) {}
+
+// Runs a family's loop records on task: ops(task, visit) calls
+// visit(make, update, factor) with the family's callables bound to task.
+template <class T, class Ops>
+void run_range(const FactorView<T> &f, const MatrixInput &in, const LoopOptions &opt,
+               LoopTask<T> &task, Ops &ops) {
+  ops(task, [&](auto &make, auto &update, auto &factor) {
+    left_looking(f, in, opt, task, make, update, factor);
+  });
+}
+
+// The first failure of a team: the smallest position of a failing range
+// (subtrees by index, the top after them) and its status.
+struct FirstFailure {
+  int where = INT_MAX;
+  int status = 0;
+  void note(int at, int st) {
+    if (st != 0 && at < where) {
+      where = at;
+      status = st;
+    }
+  }
+};
+
+// One visit of top supernode s by a thread of the two-level loop: applies
+// what its buckets hold from their cursors on, as long as the source is
+// done (a finished subtree, a finished top supernode), and factors s when
+// nothing is missing.  Returns 1 when s was factored, 0 when it was left
+// for later with what it has received, or a failing status below 0.
+template <class T, class Ops>
+int visit_top(const FactorView<T> &f, const TopLists &top, int s, LoopTask<T> &task, Ops &ops) {
+  int result = 0;
+  ops(task, [&](auto &make, auto &update, auto &factor) {
+    auto k = make(s);
+    alone_in_top(k, 0);
+    set_panel_indmap(s, f, task.work.indmap);
+    for (int c = 0; c < top.nsrc; ++c) {
+      const int b = (s - top.ftop) * top.nsrc + c;
+      const int end = top.ptr[b + 1] - 1;
+      const bool from_top = c == top.nsrc - 1;
+      if (!from_top && top.cursor[b] < end) {
+        int done = 0;
+#pragma omp critical(velmora_update)
+        done = top.domain_done[c];
+        if (done == 0) return;
+      }
+      for (; top.cursor[b] < end; ++top.cursor[b]) {
+        const int e = top.cursor[b];
+        if (from_top) {
+          int state = 0;
+#pragma omp critical(velmora_update)
+          state = top.state[top.des[e] - top.ftop];
+          if (state != 1) return;
+        }
+        update(k, top.des[e], top.off[e]);
+        if (task.status != 0) {
+          result = task.status;
+          return;
+        }
+      }
+    }
+    const int status = factor(k);
+    result = status != 0 ? status : 1;
+  });
+  return result;
+}
+
+// The two-level loop: on a team, the panels of the top are filled first,
+// then the subtrees are tasks of a dynamic schedule, and each thread that
+// has no subtree left claims top supernodes round robin, applies what is
+// ready and factors those whose updates have all come, leaving the others
+// to whoever claims them next.  A failure stops every thread at its next
+// supernode or claim.
+template <class T, class Ops>
+void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
+                   const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
+  const TopLists &top = work.top;
+  std::fill_n(top.state, top.ntop, 0);
+  for (int b = 0; b < top.ntop * top.nsrc; ++b) top.cursor[b] = top.ptr[b] - 1;
+  std::fill_n(top.domain_done, top.nsrc - 1, 0);
+  std::atomic<int> stop{0};
+  FirstFailure failure;
+  int top_next = 0, top_done = 0;
+  run_on_team(work.nthreads, [&](int t, int) {
+    LoopTask<T> mine;
+    mine.chains = Chains{work.link, work.length};
+    mine.work = work.task(f.n, t);
+    mine.leave = true;
+    mine.stop = &stop;
+    FirstFailure my_failure;
+#pragma omp for schedule(dynamic, 1)
+    for (int s = top.ftop; s <= f.nsuper; ++s)
+      fill_panel(s, f, in, opt.hermitian, opt.determinant ? &mine.sums.logdet : nullptr);
+#pragma omp for schedule(dynamic, 1) nowait
+    for (int d = 0; d < work.ndom; ++d) {
+      if (stop.load(std::memory_order_relaxed) != 0) continue;
+      mine.range = SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]};
+      mine.status = 0;
+      run_range(f, in, opt, mine, ops);
+      my_failure.note(d, mine.status);
+      if (mine.status != 0) stop.store(1);
+#pragma omp critical(velmora_update)
+      top.domain_done[d] = 1;
+    }
+    for (;;) {
+      int s = 0;
+      bool exit = false;
+#pragma omp critical(velmora_update)
+      {
+        if (top_done == top.ntop || stop.load(std::memory_order_relaxed) != 0) {
+          exit = true;
+        } else {
+          const int i = top_next;
+          top_next = (top_next + 1) % top.ntop;
+          if (top.state[i] == 0) {
+            top.state[i] = -1;
+            s = top.ftop + i;
+          }
+        }
+      }
+      if (exit) break;
+      if (s == 0) continue;
+      mine.status = 0;
+      const int r = visit_top(f, top, s, mine, ops);
+      if (r < 0) {
+        my_failure.note(work.ndom + s, r);
+        stop.store(1);
+        break;
+      }
+#pragma omp critical(velmora_update)
+      {
+        top.state[s - top.ftop] = r == 1 ? 1 : 0;
+        top_done += r == 1 ? 1 : 0;
+      }
+    }
+#pragma omp critical(velmora_loop_sums)
+    {
+      sc.add(0, mine.sums);
+      failure.note(my_failure.where, my_failure.status);
+    }
+  });
+  sc.add(failure.status, PivotSums{});
+}
+
+// The loop over every supernode of f: ops(task, visit) gives the family's
+// callables for a task (see run_range).  With one thread, or without
+// subtrees that meet the range rule, one task takes every supernode in
+// order.  With the analysis' update lists of the top, the two-level loop
+// runs (run_two_level).  Otherwise the subtrees are tasks of a dynamic
+// schedule over a team of work.nthreads threads, each task on the slices
+// of the thread that runs it; those that left their subtree are then
+// linked on, and one task takes the top range.  The team's sums and the
+// status of the first failing range (by position) go to sc; after a
+// failure the rest is not factored.
+template <class T, class Ops>
+void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
+              const LoopOptions &opt, FactorScalars &sc, Ops ops) {
   LoopTask<T> whole = whole_loop(f, work);
   clear_chains(f, whole.chains);
   if (!subtrees_usable(f, work)) {
-    run_on_team(1, [&](int, int) { run(whole); });
+    run_on_team(1, [&](int, int) { run_range(f, in, opt, whole, ops); });
     sc.add(whole.status, whole.sums);
     return;
   }
-  int failed = work.ndom, status = 0;
+  if (work.top.ntop > 0 && work.top.ftop == work.domains[2 * work.ndom]) {
+    run_two_level(f, in, work, opt, sc, ops);
+    return;
+  }
+  FirstFailure failure;
   run_on_team(work.nthreads, [&](int t, int) {
     PivotSums mine;
-    int my_failed = work.ndom, my_status = 0;
+    FirstFailure my_failure;
 #pragma omp for schedule(dynamic, 1) nowait
     for (int d = 0; d < work.ndom; ++d) {
       LoopTask<T> task;
@@ -242,36 +409,30 @@ void run_loop(const FactorView<T> &f, const FactorWork<T> &work, bool pieces, Fa
       task.chains = whole.chains;
       task.work = work.task(f.n, t);
       task.leave = true;
-      run(task);
+      run_range(f, in, opt, task, ops);
       mine.perturbed += task.sums.perturbed;
       mine.npos += task.sums.npos;
       mine.nneg += task.sums.nneg;
       mine.logdet += task.sums.logdet;
-      if (task.status != 0 && d < my_failed) {
-        my_failed = d;
-        my_status = task.status;
-      }
+      my_failure.note(d, task.status);
     }
 #pragma omp critical(velmora_loop_sums)
     {
       sc.add(0, mine);
-      if (my_failed < failed) {
-        failed = my_failed;
-        status = my_status;
-      }
+      failure.note(my_failure.where, my_failure.status);
     }
   });
-  if (status != 0) {
-    sc.add(status, PivotSums{});
+  if (failure.status != 0) {
+    sc.add(failure.status, PivotSums{});
     return;
   }
   for (int d = 0; d < work.ndom; ++d) {
     link_leaving(f, SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]}, whole.chains,
-                 pieces);
+                 opt.pieces);
   }
   LoopTask<T> top = whole;
   top.range = SupernodeRange{work.domains[2 * work.ndom], work.domains[2 * work.ndom + 1]};
-  run_on_team(1, [&](int, int) { run(top); });
+  run_on_team(1, [&](int, int) { run_range(f, in, opt, top, ops); });
   sc.add(top.status, top.sums);
 }
 

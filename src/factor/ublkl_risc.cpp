@@ -39,7 +39,8 @@ struct Target {
   int ncols = 0;
   int len = 0;  // rows of its list and leading dimension of its panel
   T *panel = nullptr;
-  int reach = 0;  // last column an update applied at this target covers
+  int reach = 0;       // last column an update applied at this target covers
+  bool alone = false;  // a descendant's earlier pieces do not come along
 };
 
 // Factors the diagonal block of the target and solves the rows below it.
@@ -81,7 +82,7 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
   auto tail_rows = [](const Piece<T> &p, int, T *) {
     return std::pair<const T *, int>(p.x, p.lenj);
   };
-  auto run = [&](LoopTask<T> &task) {
+  auto ops = [&](LoopTask<T> &task, auto &&visit) {
     double *logdet = determinant ? &task.sums.logdet : nullptr;
     auto rank1 = [&](const Piece<T> &p, int m, T *) {
       scatter_rank1(m, p.L, p.x, p.tail, f.xlnz, task.work.indmap, f.lnz);
@@ -92,9 +93,9 @@ std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, Fac
           rank1);
     };
     auto factor = [&](const Target<T> &k) { return factor_panel(k, logdet) ? 0 : -1; };
-    left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor);
+    visit(make, update, factor);
   };
-  run_loop(f, work, true, sc, run);
+  run_loop(f, in, work, LoopOptions{kHermitian, true, determinant}, sc, ops);
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;

@@ -43,6 +43,7 @@ struct Target {
   T *panel = nullptr;
   int *pivot = nullptr;  // its block-relative exchanges
   int reach = 0;         // last column an update applied at this target covers
+  bool alone = false;    // a descendant's earlier pieces do not come along
 };
 
 // W = X D for the first m rows X of a descendant's tail (leading dimension
@@ -153,7 +154,7 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     scaled_copy<T, kHermitian>(m, p.ncolj, p.x, p.lenj, p.blk, p.piv, diagonal_mode, buffer);
     return std::pair<const T *, int>(buffer, m);
   };
-  auto run = [&](LoopTask<T> &task) {
+  auto ops = [&](LoopTask<T> &task, auto &&visit) {
     auto rank1 = [&](const Piece<T> &p, int m, T *buffer) {
       const T d = p.blk[0];
       for (int c = 0; c < m; ++c) buffer[c] = d * conj_if<kHermitian>(p.x[c]);
@@ -170,9 +171,9 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
               : factor_bunch_kaufman<T, kHermitian>(k, sc.eps, task.sums, determinant, task.work);
       return status == 0 ? 0 : status == -2 ? -2 : -1;
     };
-    left_looking(f, in, LoopOptions{kHermitian, true, determinant}, task, make, update, factor);
+    visit(make, update, factor);
   };
-  run_loop(f, work, true, sc, run);
+  run_loop(f, in, work, LoopOptions{kHermitian, true, determinant}, sc, ops);
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;

@@ -171,7 +171,7 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
     k.upanel = f.unz + (f.xunz[k.first - 1] - 1);
     return k;
   };
-  auto run = [&](LoopTask<T> &task) {
+  auto ops = [&](LoopTask<T> &task, auto &&visit) {
     auto update = [&](const Target<T> &k, int jsup, int L) {
       return apply_update(f, k, jsup, L, first_schur, task.work, &task.status);
     };
@@ -182,9 +182,9 @@ std::int64_t lu_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T
                  ? 0
                  : -1;
     };
-    left_looking(f, in, LoopOptions{false, false, sc.determinant == 1}, task, make, update, factor);
+    visit(make, update, factor);
   };
-  run_loop(f, work, false, sc, run);
+  run_loop(f, in, work, LoopOptions{false, false, sc.determinant == 1}, sc, ops);
 
   // Entries of the Schur block: the square block and the L and U parts
   // beside it, (2 r - c) c per supernode.

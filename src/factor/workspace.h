@@ -41,6 +41,13 @@ inline std::int64_t factor_work_ints(std::int64_t n, std::int64_t nsuper, int nt
   return 2 * n * nthreads + n + nsuper;
 }
 
+// The integer state of the two-level loop over ntop top supernodes with
+// nsrc sources of updates: a state per supernode, a cursor per bucket, a
+// flag per domain.
+inline std::int64_t top_work_ints(std::int64_t ntop, std::int64_t nsrc) {
+  return ntop + ntop * nsrc + nsrc;
+}
+
 }  // namespace vm
 
 #endif  // VELMORA_FACTOR_WORKSPACE_H

@@ -120,14 +120,17 @@ struct ControlState {
   std::int32_t ndom;          // domains below the top pair
   std::int32_t domain_width;  // largest domain, in columns
   std::int32_t target_domains;
-  std::int32_t marked_rows;  // rows of a partial solve
-  std::int32_t first_root;   // first root of the supernodal tree
-  std::int32_t nadj;         // entries of the adjacency graph
-  std::int32_t sym_matched;  // 1: the order in pt(15) came from a symmetric matching
-  std::int64_t nsub;         // length of lindx
-  std::int64_t fill;         // entries of L by columns, diagonal included
-  std::int64_t tmpsiz;       // entries of the dense update buffer
-  std::int64_t lnz_peak;     // largest lnz of one domain
+  std::int32_t marked_rows;   // rows of a partial solve
+  std::int32_t first_root;    // first root of the supernodal tree
+  std::int32_t nadj;          // entries of the adjacency graph
+  std::int32_t sym_matched;   // 1: the order in pt(15) came from a symmetric matching
+  std::int32_t list_buckets;  // buckets of the update lists per top supernode; 0: no lists
+  std::int64_t list_total;    // entries of the update lists
+  std::int64_t list_bytes;    // size of the group pt(12)
+  std::int64_t nsub;          // length of lindx
+  std::int64_t fill;          // entries of L by columns, diagonal included
+  std::int64_t tmpsiz;        // entries of the dense update buffer
+  std::int64_t lnz_peak;      // largest lnz of one domain
   std::int64_t unz_peak;
   std::int64_t symbolic_bytes;  // size of the symbolic block pt(8)
   std::int64_t lmap_count;      // entries of the scatter maps

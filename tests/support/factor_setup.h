@@ -18,7 +18,9 @@
 #include "analysis/ladj_mod.h"
 #include "analysis/ordering.h"
 #include "analysis/symbolic.h"
+#include "analysis/update_lists.h"
 #include "factor/factor_args.h"
+#include "factor/workspace.h"
 #include "test_matrices.h"
 
 namespace factor_setup {
@@ -196,7 +198,43 @@ struct Records {
   std::vector<int> iwork;
   std::vector<double> temp;
   std::vector<int> pivot;  // block exchanges of the LDL^T families
+  std::vector<int> lists;  // the top's update lists: pointers, descendants, offsets
+  std::vector<int> top_state;
 };
+
+// The two-level update lists of the top for r.work (which must have its
+// subtrees), and the state of the loop over them.
+inline void add_top_lists(const Symbolic &s, Records *r) {
+  vm::UpdateListsInput in;
+  in.nsuper = s.nsuper;
+  in.xsuper = s.xsuper.data();
+  in.snode = s.snode.data();
+  in.xlindx = s.xlindx.data();
+  in.lindx = s.lindx.data();
+  in.ndom = r->work.ndom;
+  in.domains = r->work.domains;
+  if (!vm::two_level_lists_apply(in)) return;
+  const std::int64_t buckets = vm::update_list_buckets(in);
+  std::vector<int> counts(buckets);
+  const std::int64_t total = vm::count_update_lists(in, counts.data());
+  r->lists.assign(buckets + 2 * total + 1, -7);
+  vm::UpdateLists out;
+  out.bucket_ptr = r->lists.data();
+  out.bucket_des = r->lists.data() + buckets;
+  out.bucket_off = r->lists.data() + buckets + total;
+  vm::UPDATE_LISTS_VELMORA(in, &out);
+  vm::TopLists &top = r->work.top;
+  top.ftop = out.ftop;
+  top.nsrc = out.nsrc;
+  top.ntop = out.ntop;
+  top.ptr = out.bucket_ptr;
+  top.des = out.bucket_des;
+  top.off = out.bucket_off;
+  r->top_state.assign(vm::top_work_ints(out.ntop, out.nsrc), -7);
+  top.state = r->top_state.data();
+  top.cursor = top.state + out.ntop;
+  top.domain_done = top.cursor + std::int64_t{out.ntop} * out.nsrc;
+}
 
 // nthreads: the task slices of the work space; with 2 or more the
 // analysis' subtrees go to the work record, for the loop to run them as
@@ -270,8 +308,12 @@ inline vm::FactorWork<void> untyped(const vm::FactorWork<double> &t) {
   w.length = t.length;
   w.temp = t.temp;
   w.tmpsiz = t.tmpsiz;
+  w.nthreads = t.nthreads;
   w.nmod = t.nmod;
   w.pnlsch = t.pnlsch;
+  w.ndom = t.ndom;
+  w.domains = t.domains;
+  w.top = t.top;
   return w;
 }
 

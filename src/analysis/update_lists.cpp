@@ -1,0 +1,95 @@
+// update_lists.cpp - the two-level update lists (see update_lists.h): one
+// walk over the row lists of every supernode counts the buckets, a second
+// fills them.  Both are serial and linear in the size of lindx.
+#include "analysis/update_lists.h"
+
+#include <algorithm>
+
+namespace vm {
+
+namespace {
+
+int first_top(const UpdateListsInput &in) {
+  return in.domains[2 * in.ndom];
+}
+
+// Calls hit(bucket, j, off) for each (top supernode t, supernode j) with
+// a row of j in t, t != j, once per pair, in increasing j within each
+// source: bucket is the zero-based bucket index, off the rows of j from
+// its first row in t to the end of its list.
+template <class Hit>
+void walk(const UpdateListsInput &in, Hit hit) {
+  const int ftop = first_top(in);
+  const int xtop = in.xsuper[ftop - 1];
+  const int nsrc = in.ndom + 1;
+  for (int d = 0; d < nsrc; ++d) {
+    for (int j = in.domains[2 * d]; j <= in.domains[2 * d + 1]; ++j) {
+      const std::int64_t end = in.xlindx[j];  // one past the last position, one-based
+      int last_hit = 0;
+      for (std::int64_t p = in.xlindx[j - 1] + 1; p < end; ++p) {
+        const int r = in.lindx[p - 1];
+        if (r < xtop) continue;
+        const int t = in.snode[r - 1];
+        if (t == j || t == last_hit) continue;
+        last_hit = t;
+        hit((t - ftop) * nsrc + d, j, static_cast<int>(end - p));
+      }
+    }
+  }
+}
+
+}  // namespace
+
+bool two_level_lists_apply(const UpdateListsInput &in) {
+  if (in.ndom < 2 || in.domains == nullptr) return false;
+  int next = 1;
+  for (int d = 0; d <= in.ndom; ++d) {
+    const int first = in.domains[2 * d], last = in.domains[2 * d + 1];
+    if (first != next || last < first - 1) return false;
+    next = last + 1;
+  }
+  return next == in.nsuper + 1 && first_top(in) <= in.nsuper;
+}
+
+std::int64_t update_list_buckets(const UpdateListsInput &in) {
+  const std::int64_t ntop = in.nsuper - first_top(in) + 1;
+  return ntop * (in.ndom + 1) + 1;
+}
+
+std::int64_t count_update_lists(const UpdateListsInput &in, int *counts) {
+  const std::int64_t buckets = update_list_buckets(in);
+  std::fill_n(counts, buckets, 0);
+  std::int64_t total = 0;
+  walk(in, [&](int b, int, int) {
+    ++counts[b];
+    ++total;
+  });
+  return total;
+}
+
+void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out) {
+  const std::int64_t buckets = update_list_buckets(in);
+  out->ftop = first_top(in);
+  out->nsrc = in.ndom + 1;
+  out->ntop = in.nsuper - out->ftop + 1;
+  int *ptr = out->bucket_ptr;
+  count_update_lists(in, ptr);
+  // Counts to starts, one-based; ptr[b] then runs as the next free place.
+  int start = 1;
+  for (std::int64_t b = 0; b < buckets; ++b) {
+    const int c = ptr[b];
+    ptr[b] = start;
+    start += c;
+  }
+  out->total = start - 1;
+  walk(in, [&](int b, int j, int off) {
+    const int at = ptr[b]++;
+    out->bucket_des[at - 1] = j;
+    out->bucket_off[at - 1] = off;
+  });
+  // The places advanced to the next bucket's start: shift back by one.
+  for (std::int64_t b = buckets - 1; b >= 1; --b) ptr[b] = ptr[b - 1];
+  ptr[0] = 1;
+}
+
+}  // namespace vm

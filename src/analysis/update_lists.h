@@ -1,0 +1,60 @@
+// update_lists.h - who updates whom in the top of the supernodal tree,
+// written down by the analysis for the parallel factorization.
+//
+// The two-level form: the top part is the supernodes after the last
+// domain, ftop .. nsuper (ntop of them).  For each top supernode t and
+// each source d (the domains 1..D, then the top part itself as D+1), the
+// bucket (t, d) lists the supernodes j of source d with a row in t, in
+// increasing j, each with the count of rows from its first row in t to
+// the end of its row list (counted from the end, as the factorization
+// counts the rows of a descendant not yet applied).  Bucket (t, d) is at
+// index (t - ftop) * (D + 1) + d - 1 of bucket_ptr (zero-based), and its
+// entries run from bucket_ptr[b] - 1 to bucket_ptr[b + 1] - 2 of
+// bucket_des and bucket_off (zero-based; the contents are one-based).
+#ifndef VELMORA_ANALYSIS_UPDATE_LISTS_H
+#define VELMORA_ANALYSIS_UPDATE_LISTS_H
+
+#include <cstdint>
+
+namespace vm {
+
+// What the lists are made from: the symbolic factor and the domains
+// (ndom (first, last) supernode pairs, then the top pair).
+struct UpdateListsInput {
+  int nsuper = 0;
+  const int *xsuper = nullptr;
+  const int *snode = nullptr;
+  const std::int64_t *xlindx = nullptr;
+  const int *lindx = nullptr;
+  int ndom = 0;
+  const int *domains = nullptr;
+};
+
+struct UpdateLists {
+  int ftop = 0;     // first top supernode
+  int nsrc = 0;     // sources: ndom + 1
+  int ntop = 0;     // top supernodes
+  int total = 0;    // entries of bucket_des and bucket_off
+  int *bucket_ptr;  // ntop * nsrc + 1
+  int *bucket_des;  // total
+  int *bucket_off;  // total
+};
+
+// Whether the domains can carry the two-level form: at least two, the
+// top pair last and ending at nsuper.
+bool two_level_lists_apply(const UpdateListsInput &in);
+
+// Entries of the bucket pointer array, ntop * (ndom + 1) + 1.
+std::int64_t update_list_buckets(const UpdateListsInput &in);
+
+// The count pass: counts[0 .. buckets) receives the entries of each
+// bucket; returns their total.
+std::int64_t count_update_lists(const UpdateListsInput &in, int *counts);
+
+// UPDATE_LISTS_VELMORA, two-level form: fills `out` (its three arrays
+// sized by the count pass; bucket_ptr may hold the counts on entry).
+void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out);
+
+}  // namespace vm
+
+#endif  // VELMORA_ANALYSIS_UPDATE_LISTS_H
