@@ -98,11 +98,18 @@ struct Case {
   const char *name;
   Family family;
   testmat::Csr a;  // upper triangle for the symmetric families, every entry for LU
+  int width = 48;  // panel width
+  int tasks = 4;   // subtrees asked of nested dissection
 };
 
+// The 20^3 grid in two subtrees of panel width 80: a subtree's root is a
+// piece whose rows are the list of the first top supernode, and the last
+// piece of a split supernode inside a subtree updates the top.
 std::vector<Case> cases() {
   return {
       {"cholesky 3D grid", Family::kCholesky, testmat::grid_laplacian(14, 13, 12, true)},
+      {"cholesky 3D grid, chains into the top", Family::kCholesky,
+       testmat::grid_laplacian(20, 20, 20, true), 80, 2},
       {"ldl diagonal pivots, KKT", Family::kLdlDiagonal, testmat::kkt_local(10, 300, 5)},
       {"ldl Bunch-Kaufman, KKT", Family::kLdlBunchKaufman, testmat::kkt_local(10, 300, 6)},
       {"lu 3D convection", Family::kLu, testmat::convection_diffusion(12, 12, 11, 0.4)},
@@ -113,7 +120,7 @@ std::vector<Case> cases() {
 
 factor_setup::Symbolic analyse(const Case &c) {
   const bool lu = c.family == Family::kLu || c.family == Family::kLuGeneral;
-  return factor_setup::analyse(c.a, Ordering::kMetis, 48, 0, 4, lu);
+  return factor_setup::analyse(c.a, Ordering::kMetis, c.width, 0, c.tasks, lu);
 }
 
 TEST(FactorLoop, SubtreesOnATeamGiveTheFactorOfOneTask) {

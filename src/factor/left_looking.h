@@ -50,9 +50,12 @@ void clear_chains(const FactorView<T> &f, const Chains &c) {
   parallel_fill(c.length, f.nsuper, 0);
 }
 
-// Supernodes first..last (one-based, inclusive) of the postorder.  A range
-// holds whole column chains: it neither starts nor ends inside the pieces
-// of a supernode split by the panel width.
+// Supernodes first..last (one-based, inclusive) of the postorder.  A
+// column chain (the pieces of a supernode split by the panel width, or a
+// subtree's root whose rows are the list of the top supernode after it)
+// may go on beyond a range: the loop fills panels, and lets updates reach,
+// only inside its range, and a piece that leaves the range or waits for
+// the last piece beyond it is the caller's (see link_leaving).
 struct SupernodeRange {
   int first = 1;
   int last = 0;
@@ -109,6 +112,15 @@ int next_row_of(const FactorView<T> &f, int jsup, int rows_left, bool pieces, bo
   return next_row;
 }
 
+// An update applied inside a range reaches no panel beyond it.  Records
+// without reach (LU) are left as they are.
+template <class K>
+auto clamp_reach(K &k, int last_col, int) -> decltype(k.reach, void()) {
+  if (k.reach > last_col) k.reach = last_col;
+}
+template <class K>
+void clamp_reach(K &, int, long) {}
+
 // left_looking: for each supernode ksup of task.range in order,
 //   1. k = make(ksup), the family's target record (first, last, ncols,
 //      len, panel and what else the family needs);
@@ -140,8 +152,6 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
   const int first_schur = f.n - f.nschur;
   const SupernodeRange r = task.range;
   assert(r.first >= 1 && r.last <= f.nsuper);
-  assert(r.first == 1 || r.first > r.last || !continues(f, r.first - 1));
-  assert(r.first > r.last || !continues(f, r.last));
   int *link = task.chains.link;
   int *length = task.chains.length;
   double *logdet = opt.determinant ? &task.sums.logdet : nullptr;
@@ -155,9 +165,10 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
   for (int ksup = r.first; ksup <= r.last && task.status == 0; ++ksup) {
     if (task.stop != nullptr && task.stop->load(std::memory_order_relaxed) != 0) return;
     auto k = make(ksup);
+    clamp_reach(k, f.xsuper[r.last] - 1, 0);
     if (ksup > filled) {
       filled = ksup;
-      while (continues(f, filled)) ++filled;
+      while (filled < r.last && continues(f, filled)) ++filled;
       for (int s = ksup; s <= filled; ++s) fill_panel(s, f, in, opt.hermitian, logdet);
     }
     set_panel_indmap(ksup, f, task.work.indmap);
@@ -191,8 +202,7 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
 
 // Whether the subtrees of work can be factored as tasks beside each
 // other: at least two, ranges that follow each other from the first
-// supernode and hold whole column chains, and the top range after them up
-// to the last supernode.
+// supernode, and the top range after them up to the last supernode.
 template <class T>
 bool subtrees_usable(const FactorView<T> &f, const FactorWork<T> &work) {
   if (work.nthreads < 2 || work.ndom < 2 || work.domains == nullptr) return false;
@@ -200,7 +210,6 @@ bool subtrees_usable(const FactorView<T> &f, const FactorWork<T> &work) {
   for (int d = 0; d <= work.ndom; ++d) {
     const int first = work.domains[2 * d], last = work.domains[2 * d + 1];
     if (first != next || last < first - 1 || last > f.nsuper) return false;
-    if (last >= first && continues(f, last)) return false;
     next = last + 1;
   }
   return next == f.nsuper + 1;

@@ -277,9 +277,10 @@ int apply_symmetric_update(const FactorView<T> &f, const K &k, int jsup, int L, 
   };
   // The pieces that come along: only the last piece travels beyond its
   // split supernode; an earlier one is still applying its own update to
-  // the pieces after it.
+  // the pieces after it.  A target that takes each piece on its own
+  // (k.alone, the top of the two-level loop) gets jsup alone.
   int s0 = jsup;
-  if (!continues(f, jsup))
+  if (!k.alone && !continues(f, jsup))
     while (s0 > 1 && continues(f, s0 - 1)) --s0;
   int ncolj = 0;  // the widest piece
   for (int s = s0; s <= jsup; ++s) ncolj = std::max(ncolj, f.xsuper[s] - f.xsuper[s - 1]);

@@ -414,4 +414,59 @@ int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
   return stage_numeric(c, cb, stage);
 }
 
+bool update_lists_wanted(void **pt, const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  if (std::int64_t{s.nthreads} * s.nnodes < 2 || s.two_level_fact == 0 || s.distributed > 0 ||
+      s.schur_size > 0 || s.ndom < 2 || !has_block(pt, kPtSymbolic))
+    return false;
+  return two_level_lists_apply(update_lists_input(pt, cb));
+}
+
+UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
+  UpdateListsInput in;
+  in.nsuper = cb->s.nsuper;
+  in.xsuper = carved<int>(pt, cb, kPtSymbolic, kSymXsuper);
+  in.snode = carved<int>(pt, cb, kPtSymbolic, kSymSnode);
+  in.xlindx = carved<std::int64_t>(pt, cb, kPtSymbolic, kSymXlindx);
+  in.lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
+  in.ndom = cb->s.ndom;
+  in.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
+  return in;
+}
+
+std::int64_t update_lists_bytes(const UpdateListsInput &in, std::int64_t total) {
+  return 4 * (4 + update_list_buckets(in) + 2 * total);
+}
+
+void write_update_lists(void **pt, ControlBlock *cb) {
+  const UpdateListsInput in = update_lists_input(pt, cb);
+  int *group = static_cast<int *>(pt_slot(pt, kPtUpdateLists));
+  const std::int64_t buckets = update_list_buckets(in);
+  const std::int64_t total = cb->s.list_total;
+  UpdateLists out;
+  out.bucket_ptr = group + 4;
+  out.bucket_des = out.bucket_ptr + buckets;
+  out.bucket_off = out.bucket_des + total;
+  UPDATE_LISTS_VELMORA(in, &out);
+  group[0] = out.ftop;
+  group[1] = out.nsrc;
+  group[2] = out.ntop;
+  group[3] = out.total;
+  cb->s.list_buckets = out.ntop;
+}
+
+TopLists top_lists(void **pt) {
+  TopLists top;
+  if (!has_block(pt, kPtUpdateLists)) return top;
+  const int *group = static_cast<const int *>(pt_slot(pt, kPtUpdateLists));
+  top.ftop = group[0];
+  top.nsrc = group[1];
+  top.ntop = group[2];
+  const std::int64_t buckets = std::int64_t{top.ntop} * top.nsrc + 1;
+  top.ptr = group + 4;
+  top.des = top.ptr + buckets;
+  top.off = top.des + group[3];
+  return top;
+}
+
 }  // namespace vm

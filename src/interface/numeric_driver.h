@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "analysis/update_lists.h"
+#include "factor/factor_args.h"
 #include "interface/control.h"
 
 namespace vm {
@@ -23,6 +25,23 @@ std::int64_t ordering_work_bytes(const CallArgs &c, ControlBlock *cb);    // pt(
 std::int64_t layout_symbolic_work(ControlBlock *cb);                      // pt(7)
 std::int64_t layout_symbolic_block(ControlBlock *cb);                     // pt(8)
 std::int64_t map_work_bytes(const ControlBlock *cb);                      // pt(9)
+
+// The update lists of the parallel factorization, group pt(12): whether
+// this analysis makes them (more than one thread, the two-level scheme,
+// no block-partitioned mode, no Schur block, and domains that carry the
+// two-level form), what they are made from (the symbolic block), the
+// group's size for a total of list entries, and the lists written into
+// the group (results into the control block).  The group holds four
+// header ints (ftop, sources, top supernodes, total), then the bucket
+// pointers, descendants and offsets.
+bool update_lists_wanted(void **pt, const ControlBlock *cb);
+UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb);
+std::int64_t update_lists_bytes(const UpdateListsInput &in, std::int64_t total);
+void write_update_lists(void **pt, ControlBlock *cb);
+
+// The lists of pt(12) as the factorization takes them, without the loop's
+// state; ntop 0 when the group is empty.
+TopLists top_lists(void **pt);
 
 // NUMERIC_DRIVER_VELMORA
 //   in:  the call c, its control block cb, *stage (1..4); the groups of the

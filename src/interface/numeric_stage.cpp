@@ -19,6 +19,7 @@
 #include "factor/factor_shell.h"
 #include "factor/scalar_traits.h"
 #include "factor/workspace.h"
+#include "interface/numeric_driver.h"
 #include "interface/report_error.h"
 #include "solve/refine.h"
 #include "solve/solve.h"
@@ -53,14 +54,21 @@ RowLayout row_layout(const ControlBlock *cb) {
 }
 
 // Threads that factor, and so the slices of the factorization's workspace
-// (indmap, relind, temp): one, since the supernodes are taken one after
-// another whatever the team.  The workspace follows this count alone.
-int factor_threads(const ControlBlock *) {
-  return 1;
+// (indmap, relind, temp): the team when the analysis wrote the update
+// lists of the two-level loop and the parallel member runs, else one.
+int factor_threads(const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  if (s.list_buckets == 0 || s.sequential == 1 || s.schur_size > 0) return 1;
+  return std::max(1, s.nthreads);
 }
 
+// Integers of the factorization's work: the task slices and chains, then
+// the state of the two-level loop when it runs.
 std::int64_t factor_ints(const ControlBlock *cb) {
-  return factor_work_ints(cb->s.neqns, cb->s.nsuper, factor_threads(cb));
+  const ControlState &s = cb->s;
+  std::int64_t ints = factor_work_ints(s.neqns, s.nsuper, factor_threads(cb));
+  if (factor_threads(cb) > 1) ints += top_work_ints(s.list_buckets, s.ndom + 1);
+  return ints;
 }
 
 }  // namespace
@@ -219,6 +227,12 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
   w.ndom = s.ndom;
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
+  if (nt > 1) {
+    w.top = top_lists(pt);
+    w.top.state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
+    w.top.cursor = w.top.state + w.top.ntop;
+    w.top.domain_done = w.top.cursor + std::int64_t{w.top.ntop} * w.top.nsrc;
+  }
 
   const FactorView<void> f = factor_view<void>(pt, cb, row);
   FactorScalars sc;

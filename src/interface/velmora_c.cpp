@@ -300,6 +300,38 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return result;
 }
 
+// The update lists of the parallel factorization into pt(12), counted
+// through a temporary list ("LOC_INT2") first.  Lists too long for their
+// 32-bit entries are not made: the factorization then runs on one thread.
+int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  ControlState &s = cb->s;
+  s.list_buckets = 0;
+  s.list_total = 0;
+  s.list_bytes = 0;
+  group_release(&pt_slot(c.pt, kPtUpdateLists));
+  if (!update_lists_wanted(c.pt, cb)) return 0;
+  const double t0 = omp_get_wtime();
+  const UpdateListsInput in = update_lists_input(c.pt, cb);
+  void *counts = nullptr;
+  const std::int64_t count_bytes = 4 * update_list_buckets(in);
+  const int code = group_alloc(cb, &counts, count_bytes, -900);
+  if (code != 0) {
+    *f = Failure{-2, code};
+    f->bytes = count_bytes;
+    return code;
+  }
+  const std::int64_t total = count_update_lists(in, static_cast<int *>(counts));
+  group_release(&counts);
+  if (total >= 1000000000) return 0;
+  s.list_total = total;
+  const std::int64_t bytes = update_lists_bytes(in, total);
+  if (analysis_group(c, cb, kPtUpdateLists, bytes, -1000, f) != 0) return f->result;
+  s.list_bytes = bytes;
+  write_update_lists(c.pt, cb);
+  add_time(cb, kTimeParList, omp_get_wtime() - t0);
+  return 0;
+}
+
 // Stages 1 to 3 with their groups, on the pattern of c.
 int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
@@ -316,6 +348,7 @@ int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f) {
       analysis_group(c, cb, kPtOrderB, map_work_bytes(cb), -600, f) != 0)
     return f->result;
   if (analysis_stage(c, cb, kStageSizing, f) != 0) return f->result;
+  if (update_lists(c, cb, f) != 0) return f->result;
 
   // The workspaces of analysis go; what stays is the permanent memory.
   s.peak_kb = static_cast<int>(std::min<std::int64_t>(cb->mem_peak_kb, 2147483647));
@@ -323,6 +356,7 @@ int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f) {
     group_release(&pt_slot(c.pt, slot));
   std::int64_t permanent =
       4 + std::int64_t{cb->factor_rows} * 48 / 1024 + group_kilobytes(s.symbolic_bytes + 24);
+  if (s.list_bytes > 0) permanent += group_kilobytes(s.list_bytes);
   if (has_block(c.pt, kPtMatching))
     permanent += group_kilobytes(4 * std::int64_t{*c.n} * (cb->factor_rows + 1)) +
                  group_kilobytes(16 * std::int64_t{*c.n});
