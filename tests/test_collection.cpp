@@ -169,9 +169,10 @@ struct Solved {
   std::vector<zc> x;
 };
 
-// Analysis, factorization and solve of A x = b with default controls,
-// each phase a call of its own; the handle is released at the end.
-Solved solve(const vmcli::CsrMatrix &stored, int mtype, const std::vector<zc> &b) {
+// Analysis, factorization and solve of A x = b with default controls (a
+// team of `threads` when it is above 0), each phase a call of its own; the
+// handle is released at the end.
+Solved solve(const vmcli::CsrMatrix &stored, int mtype, const std::vector<zc> &b, int threads = 0) {
   std::array<void *, 64> pt{};
   std::array<int, 64> iparm{};
   std::array<double, 64> dparm{};
@@ -180,6 +181,7 @@ Solved solve(const vmcli::CsrMatrix &stored, int mtype, const std::vector<zc> &b
   // Up to three refinement steps: perturbed pivots of badly scaled files
   // need more than the two automatic ones.
   iparm[7] = 3;
+  if (threads > 0) iparm[2] = threads;
   const int width = stored.complex ? 2 : 1;
   std::vector<double> a = stored.a, bb(static_cast<size_t>(width) * n),
                       xx(static_cast<size_t>(width) * n);
@@ -273,9 +275,9 @@ TEST_P(Collection, ReadAndSolve) {
 
   Solved r;
   int mtype = 0;
+  vmcli::CsrMatrix stored;
   for (int t : types_for(m)) {
     mtype = t;
-    vmcli::CsrMatrix stored;
     ASSERT_TRUE(vmcli::to_storage(full, storage_for(t), &stored, &why)) << why;
     r = solve(stored, t, b);
     // Positive definite types give way at a non-positive pivot.
@@ -291,6 +293,16 @@ TEST_P(Collection, ReadAndSolve) {
   const double berr = backward_error(full, r.x, b);
   EXPECT_LT(berr, 1e-13) << name << " mtype " << mtype;
   RecordProperty("mtype", mtype);
+
+  // The same answer on teams of every size: the subtrees and the top of
+  // the tree go to other threads, in another order.
+  for (int threads : {1, 2, 3, 4}) {
+    const Solved t = solve(stored, mtype, b, threads);
+    ASSERT_EQ(t.error, 0) << name << " mtype " << mtype << " threads " << threads;
+    EXPECT_LT(backward_error(full, t.x, b), 1e-13) << name << " threads " << threads;
+    EXPECT_EQ(t.pos, r.pos) << name << " threads " << threads;
+    EXPECT_EQ(t.neg, r.neg) << name << " threads " << threads;
+  }
 
   if (mtype == -2 || mtype == -4 || mtype == 2 || mtype == 4) {
     int pos = 0, neg = 0;

@@ -246,6 +246,13 @@ inline double &rctl(ControlBlock *cb, int k) {
 
 // Adds seconds to a timer of the report: the first addition in a call
 // replaces what an earlier call left, later ones accumulate.
+// Whether a factorization runs on the team: the analysis wrote the update
+// lists of the two-level loop, and the parallel member runs (more than one
+// thread, no Schur block).
+inline bool factor_runs_parallel(const ControlState &s) {
+  return s.list_buckets > 0 && s.sequential == 0 && s.schur_size == 0 && s.nthreads > 1;
+}
+
 inline void add_time(ControlBlock *cb, int timer, double seconds) {
   double &t = cb->rctl[kRctlTimers + timer - 1];
   t = (cb->timer_flags[timer] & 1) ? t + seconds : seconds;

@@ -57,9 +57,7 @@ RowLayout row_layout(const ControlBlock *cb) {
 // (indmap, relind, temp): the team when the analysis wrote the update
 // lists of the two-level loop and the parallel member runs, else one.
 int factor_threads(const ControlBlock *cb) {
-  const ControlState &s = cb->s;
-  if (s.list_buckets == 0 || s.sequential == 1 || s.schur_size > 0) return 1;
-  return std::max(1, s.nthreads);
+  return factor_runs_parallel(cb->s) ? cb->s.nthreads : 1;
 }
 
 // Integers of the factorization's work: the task slices and chains, then

@@ -105,10 +105,10 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
     report_line(
         " < iparm(28) 1: the parallel nested dissection is not yet available;"
         " the sequential nested dissection ran >");
-  if (s.nthreads > 1 || s.nnodes > 1)
+  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
     report_line(
-        " < the parallel factorization is not yet available;"
-        " factorized on one core >");
+        " < the parallel factorization runs on nested-dissection domains with"
+        " iparm(24) 1 only; factorized on one core >");
 }
 
 void print_statistics(const CallArgs &c, const ControlBlock *cb) {
@@ -123,10 +123,12 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   if (s.single_precision) report_line(" < Using VELMORA in 32-bit for factorization/solve >");
   if (s.schur_size > 0)
     report_line("< Using schur-complement factorization and #nodes: >         %d", s.nnodes);
-  // The method line says what ran: the supernodes are factored one after
-  // another, whatever the team.  The block-reordering, hybrid and
-  // parallel-factorization lines come back with those features.
-  report_line(" < Numerical Factorization with Level-3 BLAS performance >");
+  // The method line says what ran: the team's factorization, or the
+  // supernodes one after another.  The block-reordering and hybrid lines
+  // come back with those features.
+  report_line(factor_runs_parallel(s)
+                  ? " < Numerical Factorization with BLAS3 and O(n) synchronization >"
+                  : " < Numerical Factorization with Level-3 BLAS performance >");
   print_requests_not_served(s, c.iparm);
   if (s.transposed == 0) report_line(" < Linear system Ax = b> ");
   if (s.transposed == 1) report_line(" < Linear system Ax = b> <transpose> ");
