@@ -29,15 +29,20 @@ struct Factored {
   double logdet = 0;
 };
 
-// nthreads above 1 runs the subtrees as tasks; two_level adds the update
-// lists of the top, which then runs on the team too.
-void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads, bool two_level,
+// How a team runs the loop: the subtrees as tasks and the top on one
+// thread; the two-level loop over the update lists of the top; the
+// classical loop over the targets of every supernode.
+enum class Loop { kSubtrees, kTwoLevel, kClassical };
+
+void factor(Factored &r, const testmat::Csr &a, Family fam, int nthreads, Loop loop,
             std::int64_t tmpsiz = -1) {
   const bool lu = fam == Family::kLu || fam == Family::kLuGeneral;
   factor_setup::Records rec = factor_setup::records(r.s, a, &r.lnz, lu ? &r.lu : nullptr, nthreads);
-  if (two_level) {
+  if (loop == Loop::kTwoLevel) {
     factor_setup::add_top_lists(r.s, &rec);
     EXPECT_GT(rec.work.top.ntop, 0);
+  } else if (loop == Loop::kClassical) {
+    factor_setup::add_target_queues(r.s, &rec);
   }
   if (tmpsiz >= 0) rec.work.tmpsiz = tmpsiz;
   r.sc = vm::FactorScalars{};
@@ -130,14 +135,14 @@ TEST(FactorLoop, SubtreesOnATeamGiveTheFactorOfOneTask) {
     ASSERT_EQ(one.s.status, 0) << c.name;
     ASSERT_GE(one.s.ntasks, 2) << c.name;
     team.s = one.s;
-    factor(one, c.a, c.family, 1, false);
+    factor(one, c.a, c.family, 1, Loop::kSubtrees);
     ASSERT_EQ(one.sc.iflag, 0) << c.name;
-    for (int run = 0; run < 6; ++run) {
+    for (int run = 0; run < 9; ++run) {
       const int nthreads = 2 + run % 3;
-      const bool two_level = run >= 3;
+      const Loop loop = static_cast<Loop>(run / 3);
       SCOPED_TRACE(testing::Message()
-                   << c.name << ", " << nthreads << " threads" << (two_level ? ", two-level" : ""));
-      factor(team, c.a, c.family, nthreads, two_level);
+                   << c.name << ", " << nthreads << " threads, loop " << run / 3);
+      factor(team, c.a, c.family, nthreads, loop);
       ASSERT_EQ(team.sc.iflag, 0);
       double scale = 0;
       const bool lu = c.family == Family::kLu || c.family == Family::kLuGeneral;
@@ -169,14 +174,14 @@ TEST(FactorLoop, FailureInASubtreeEndsTheRun) {
   const int col = one.s.xsuper[one.s.domains[2] - 1];  // first column of the second subtree
   const int row = one.s.perm[col - 1];                 // its original row
   a.a[a.ia[row - 1] - 1] = -1.0;                       // its diagonal entry
-  factor(one, a, Family::kCholesky, 1, false);
+  factor(one, a, Family::kCholesky, 1, Loop::kSubtrees);
   EXPECT_EQ(one.sc.iflag, -1);
   for (int nthreads : {2, 4}) {
-    for (bool two_level : {false, true}) {
-      factor(team, a, Family::kCholesky, nthreads, two_level);
-      EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads, two-level " << two_level;
-      factor(team, good, Family::kCholesky, nthreads, two_level, 1);
-      EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads, two-level " << two_level;
+    for (Loop loop : {Loop::kSubtrees, Loop::kTwoLevel, Loop::kClassical}) {
+      factor(team, a, Family::kCholesky, nthreads, loop);
+      EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads, loop " << static_cast<int>(loop);
+      factor(team, good, Family::kCholesky, nthreads, loop, 1);
+      EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads, loop " << static_cast<int>(loop);
     }
   }
 }

@@ -92,4 +92,45 @@ void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out) {
   ptr[0] = 1;
 }
 
+namespace {
+
+// Calls hit(t, off) for each target t of supernode s (one-based, in
+// increasing order) with off, the rows of s from its first row in t to
+// the end of its list.
+template <class Hit>
+void targets_of(const UpdateListsInput &in, int s, Hit hit) {
+  const std::int64_t end = in.xlindx[s];
+  int last = s;
+  for (std::int64_t p = in.xlindx[s - 1] + 1; p < end; ++p) {
+    const int t = in.snode[in.lindx[p - 1] - 1];
+    if (t == last) continue;
+    last = t;
+    hit(t, static_cast<int>(end - p));
+  }
+}
+
+}  // namespace
+
+std::int64_t count_target_lists(const UpdateListsInput &in) {
+  std::int64_t total = 0;
+  for (int s = 1; s <= in.nsuper; ++s) targets_of(in, s, [&](int, int) { ++total; });
+  return total;
+}
+
+void target_lists(const UpdateListsInput &in, TargetLists *out) {
+  int at = 0;
+  out->upd_head[0] = 0;
+  out->tgt_ptr[0] = 1;
+  for (int s = 1; s <= in.nsuper; ++s) {
+    out->upd_head[s] = out->upd_head[s - 1] + in.nmod[s - 1];
+    targets_of(in, s, [&](int t, int off) {
+      out->tgt_col[at] = in.xsuper[t - 1];
+      out->tgt_off[at] = off;
+      ++at;
+    });
+    out->tgt_ptr[s] = at + 1;
+  }
+  out->total = at;
+}
+
 }  // namespace vm

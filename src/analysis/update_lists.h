@@ -28,6 +28,7 @@ struct UpdateListsInput {
   const int *lindx = nullptr;
   int ndom = 0;
   const int *domains = nullptr;
+  const int *nmod = nullptr;  // classical form: updates each supernode receives
 };
 
 struct UpdateLists {
@@ -54,6 +55,28 @@ std::int64_t count_update_lists(const UpdateListsInput &in, int *counts);
 // UPDATE_LISTS_VELMORA, two-level form: fills `out` (its three arrays
 // sized by the count pass; bucket_ptr may hold the counts on entry).
 void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out);
+
+// The classical form: for each supernode s its targets, the supernodes t
+// its rows below its own columns reach, in increasing order, as the first
+// column of t and the rows of s from its first row in t to the end of its
+// list; entries tgt_ptr[s-1]-1 .. tgt_ptr[s]-2 of tgt_col and tgt_off
+// (zero-based; contents one-based).  upd_head[t-1] is where the queue of
+// t starts, zero-based: the queues hold nmod(t) entries each, one after
+// the other.
+struct TargetLists {
+  int total = 0;  // entries of tgt_col and tgt_off: the sum of nmod
+  int *upd_head;  // nsuper + 1
+  int *tgt_ptr;   // nsuper + 1
+  int *tgt_col;   // total
+  int *tgt_off;   // total
+};
+
+// The entries of the classical form (the count pass).
+std::int64_t count_target_lists(const UpdateListsInput &in);
+
+// UPDATE_LISTS_VELMORA, classical form, into `out` (arrays sized by the
+// count pass).
+void target_lists(const UpdateListsInput &in, TargetLists *out);
 
 }  // namespace vm
 

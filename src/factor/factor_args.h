@@ -110,6 +110,22 @@ struct TopLists {
   int *domain_done = nullptr;  // nsrc - 1: 1 once the domain's subtree is factored
 };
 
+// The classical loop's lists (analysis/update_lists.h, classical form: the
+// targets of each supernode with the rows of it from its first row in the
+// target on, and where each supernode's queue starts) and its state, which
+// it resets at each run: the queues of finished descendants, with their
+// rows, and the next free place of each queue.
+struct TargetQueues {
+  int total = 0;
+  const int *upd_head = nullptr;  // nsuper + 1, zero-based starts
+  const int *tgt_ptr = nullptr;   // nsuper + 1
+  const int *tgt_col = nullptr;   // total
+  const int *tgt_off = nullptr;   // total
+  int *upd_tail = nullptr;        // nsuper
+  int *queue = nullptr;           // total: finished descendants
+  int *queue_off = nullptr;       // total: their rows from the target on
+};
+
 // Scratch of one factorization, cut from the work group: nthreads task
 // slices, which follow each other with stride n (indmap, relind) or tmpsiz
 // (temp), and the chains of the supernode loop.
@@ -128,7 +144,8 @@ struct FactorWork {
   // supernode pairs, then the top pair (the analysis' domains).
   int ndom = 0;
   const int *domains = nullptr;
-  TopLists top;  // with ntop 0 the subtrees' leavers go on chains to the top
+  TopLists top;         // with ntop 0 the subtrees' leavers go on chains to the top
+  TargetQueues queues;  // with total above 0 and no top lists: the classical loop
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

@@ -42,6 +42,7 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.ndom = w.ndom;
   t.domains = w.domains;
   t.top = w.top;
+  t.queues = w.queues;
   return t;
 }
 

@@ -22,6 +22,7 @@
 #include <cassert>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 
 #include "analysis/parallel_fill.h"
 #include "factor/factor_args.h"
@@ -383,6 +384,72 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
   sc.add(failure.status, PivotSums{});
 }
 
+// The classical loop: on a team, the supernodes in the order of the task
+// list (every supernode after its descendants) by a dynamic schedule.  A
+// thread fills the panel of the supernode it takes, applies the finished
+// descendants its queue receives, waiting for the rest (the ones before it
+// in the list are taken or done, so the wait ends), factors it, and puts
+// it into the queues of its targets.
+template <class T, class Ops>
+void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
+                   const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
+  const TargetQueues &q = work.queues;
+  for (int s = 0; s < f.nsuper; ++s) q.upd_tail[s] = q.upd_head[s];
+  std::atomic<int> stop{0};
+  FirstFailure failure;
+  run_on_team(work.nthreads, [&](int t, int) {
+    LoopTask<T> mine;
+    mine.work = work.task(f.n, t);
+    mine.stop = &stop;
+    FirstFailure my_failure;
+    double *logdet = opt.determinant ? &mine.sums.logdet : nullptr;
+#pragma omp for schedule(dynamic, 1)
+    for (int i = 0; i < f.nsuper; ++i) {
+      if (stop.load(std::memory_order_relaxed) != 0) continue;
+      const int s = std::abs(work.pnlsch[i]);
+      mine.status = 0;
+      ops(mine, [&](auto &make, auto &update, auto &factor) {
+        auto k = make(s);
+        alone_in_top(k, 0);
+        fill_panel(s, f, in, opt.hermitian, logdet);
+        set_panel_indmap(s, f, mine.work.indmap);
+        int next = q.upd_head[s - 1];
+        const int end = q.upd_head[s];
+        while (next < end) {
+          int tail = 0;
+#pragma omp critical(velmora_update)
+          tail = q.upd_tail[s - 1];
+          if (stop.load(std::memory_order_relaxed) != 0) return;
+          for (; next < tail; ++next) {
+            update(k, q.queue[next], q.queue_off[next]);
+            if (mine.status != 0) return;
+          }
+        }
+        mine.status = factor(k);
+      });
+      if (mine.status != 0) {
+        my_failure.note(i, mine.status);
+        stop.store(1);
+        continue;
+      }
+      if (stop.load(std::memory_order_relaxed) != 0) continue;
+#pragma omp critical(velmora_update)
+      for (int e = q.tgt_ptr[s - 1] - 1; e < q.tgt_ptr[s] - 1; ++e) {
+        const int target = f.snode[q.tgt_col[e] - 1];
+        const int at = q.upd_tail[target - 1]++;
+        q.queue[at] = s;
+        q.queue_off[at] = q.tgt_off[e];
+      }
+    }
+#pragma omp critical(velmora_loop_sums)
+    {
+      sc.add(0, mine.sums);
+      failure.note(my_failure.where, my_failure.status);
+    }
+  });
+  sc.add(failure.status, PivotSums{});
+}
+
 // The loop over every supernode of f: ops(task, visit) gives the family's
 // callables for a task (see run_range).  With one thread, or without
 // subtrees that meet the range rule, one task takes every supernode in
@@ -396,6 +463,10 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 template <class T, class Ops>
 void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
               const LoopOptions &opt, FactorScalars &sc, Ops ops) {
+  if (work.nthreads > 1 && work.top.ntop == 0 && work.queues.total > 0 && f.nschur == 0) {
+    run_classical(f, in, work, opt, sc, ops);
+    return;
+  }
   LoopTask<T> whole = whole_loop(f, work);
   clear_chains(f, whole.chains);
   if (!subtrees_usable(f, work)) {

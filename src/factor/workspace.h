@@ -48,6 +48,12 @@ inline std::int64_t top_work_ints(std::int64_t ntop, std::int64_t nsrc) {
   return ntop + ntop * nsrc + nsrc;
 }
 
+// The integer state of the classical loop: a queue tail per supernode,
+// and a queue entry and its rows for each of the `total` updates.
+inline std::int64_t queue_work_ints(std::int64_t nsuper, std::int64_t total) {
+  return nsuper + 2 * total;
+}
+
 }  // namespace vm
 
 #endif  // VELMORA_FACTOR_WORKSPACE_H

@@ -124,7 +124,8 @@ struct ControlState {
   std::int32_t first_root;    // first root of the supernodal tree
   std::int32_t nadj;          // entries of the adjacency graph
   std::int32_t sym_matched;   // 1: the order in pt(15) came from a symmetric matching
-  std::int32_t list_buckets;  // buckets of the update lists per top supernode; 0: no lists
+  std::int32_t list_form;     // update lists in pt(12): 0 none, 1 classical, 2 two-level
+  std::int32_t list_buckets;  // buckets per call: ntop (two-level), 1 (classical), 0 (none)
   std::int64_t list_total;    // entries of the update lists
   std::int64_t list_bytes;    // size of the group pt(12)
   std::int64_t nsub;          // length of lindx

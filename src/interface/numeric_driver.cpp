@@ -414,12 +414,14 @@ int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
   return stage_numeric(c, cb, stage);
 }
 
-bool update_lists_wanted(void **pt, const ControlBlock *cb) {
+int update_lists_form(void **pt, const ControlBlock *cb) {
   const ControlState &s = cb->s;
-  if (std::int64_t{s.nthreads} * s.nnodes < 2 || s.two_level_fact == 0 || s.distributed > 0 ||
-      s.schur_size > 0 || s.ndom < 2 || !has_block(pt, kPtSymbolic))
-    return false;
-  return two_level_lists_apply(update_lists_input(pt, cb));
+  if (std::int64_t{s.nthreads} * s.nnodes < 2 || s.distributed > 0 || s.schur_size > 0 ||
+      !has_block(pt, kPtSymbolic))
+    return 0;
+  if (s.two_level_fact != 0 && s.ndom >= 2 && two_level_lists_apply(update_lists_input(pt, cb)))
+    return 2;
+  return 1;
 }
 
 UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
@@ -431,42 +433,72 @@ UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
   in.lindx = carved<int>(pt, cb, kPtSymbolic, kSymLindx);
   in.ndom = cb->s.ndom;
   in.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
+  in.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
   return in;
 }
 
-std::int64_t update_lists_bytes(const UpdateListsInput &in, std::int64_t total) {
-  return 4 * (4 + update_list_buckets(in) + 2 * total);
+std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total) {
+  if (form == 2) return 4 * (5 + update_list_buckets(in) + 2 * total);
+  return 4 * (5 + 2 * (std::int64_t{in.nsuper} + 1) + 2 * total);
 }
 
-void write_update_lists(void **pt, ControlBlock *cb) {
+void write_update_lists(void **pt, ControlBlock *cb, int form) {
   const UpdateListsInput in = update_lists_input(pt, cb);
   int *group = static_cast<int *>(pt_slot(pt, kPtUpdateLists));
-  const std::int64_t buckets = update_list_buckets(in);
   const std::int64_t total = cb->s.list_total;
-  UpdateLists out;
-  out.bucket_ptr = group + 4;
-  out.bucket_des = out.bucket_ptr + buckets;
-  out.bucket_off = out.bucket_des + total;
-  UPDATE_LISTS_VELMORA(in, &out);
-  group[0] = out.ftop;
-  group[1] = out.nsrc;
-  group[2] = out.ntop;
-  group[3] = out.total;
-  cb->s.list_buckets = out.ntop;
+  group[0] = form;
+  if (form == 2) {
+    const std::int64_t buckets = update_list_buckets(in);
+    UpdateLists out;
+    out.bucket_ptr = group + 5;
+    out.bucket_des = out.bucket_ptr + buckets;
+    out.bucket_off = out.bucket_des + total;
+    UPDATE_LISTS_VELMORA(in, &out);
+    group[1] = out.ftop;
+    group[2] = out.nsrc;
+    group[3] = out.ntop;
+    group[4] = out.total;
+    cb->s.list_buckets = out.ntop;
+  } else {
+    TargetLists out;
+    out.upd_head = group + 5;
+    out.tgt_ptr = out.upd_head + in.nsuper + 1;
+    out.tgt_col = out.tgt_ptr + in.nsuper + 1;
+    out.tgt_off = out.tgt_col + total;
+    target_lists(in, &out);
+    group[1] = out.total;
+    cb->s.list_buckets = 1;
+  }
+  cb->s.list_form = form;
 }
 
 TopLists top_lists(void **pt) {
   TopLists top;
   if (!has_block(pt, kPtUpdateLists)) return top;
   const int *group = static_cast<const int *>(pt_slot(pt, kPtUpdateLists));
-  top.ftop = group[0];
-  top.nsrc = group[1];
-  top.ntop = group[2];
+  if (group[0] != 2) return top;
+  top.ftop = group[1];
+  top.nsrc = group[2];
+  top.ntop = group[3];
   const std::int64_t buckets = std::int64_t{top.ntop} * top.nsrc + 1;
-  top.ptr = group + 4;
+  top.ptr = group + 5;
   top.des = top.ptr + buckets;
-  top.off = top.des + group[3];
+  top.off = top.des + group[4];
   return top;
+}
+
+TargetQueues target_queues(void **pt, const ControlBlock *cb) {
+  TargetQueues q;
+  if (!has_block(pt, kPtUpdateLists)) return q;
+  const int *group = static_cast<const int *>(pt_slot(pt, kPtUpdateLists));
+  if (group[0] != 1) return q;
+  const int nsuper = cb->s.nsuper;
+  q.total = group[1];
+  q.upd_head = group + 5;
+  q.tgt_ptr = q.upd_head + nsuper + 1;
+  q.tgt_col = q.tgt_ptr + nsuper + 1;
+  q.tgt_off = q.tgt_col + q.total;
+  return q;
 }
 
 }  // namespace vm

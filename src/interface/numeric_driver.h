@@ -26,22 +26,24 @@ std::int64_t layout_symbolic_work(ControlBlock *cb);                      // pt(
 std::int64_t layout_symbolic_block(ControlBlock *cb);                     // pt(8)
 std::int64_t map_work_bytes(const ControlBlock *cb);                      // pt(9)
 
-// The update lists of the parallel factorization, group pt(12): whether
-// this analysis makes them (more than one thread, the two-level scheme,
-// no block-partitioned mode, no Schur block, and domains that carry the
-// two-level form), what they are made from (the symbolic block), the
-// group's size for a total of list entries, and the lists written into
-// the group (results into the control block).  The group holds four
-// header ints (ftop, sources, top supernodes, total), then the bucket
-// pointers, descendants and offsets.
-bool update_lists_wanted(void **pt, const ControlBlock *cb);
+// The update lists of the parallel factorization, group pt(12): the form
+// this analysis makes (0 none: one thread, the block-partitioned mode or a
+// Schur block; 2 two-level: iparm(24) 1 and domains that carry it; else 1,
+// classical), what they are made from (the symbolic block), the group's
+// size for a total of list entries, and the lists written into the group
+// (results into the control block).  The group holds five header ints
+// (the form, then for the two-level form ftop, sources, top supernodes
+// and the total, for the classical form the total), then the arrays.
+int update_lists_form(void **pt, const ControlBlock *cb);
 UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb);
-std::int64_t update_lists_bytes(const UpdateListsInput &in, std::int64_t total);
-void write_update_lists(void **pt, ControlBlock *cb);
+std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total);
+void write_update_lists(void **pt, ControlBlock *cb, int form);
 
-// The lists of pt(12) as the factorization takes them, without the loop's
-// state; ntop 0 when the group is empty.
+// The lists of pt(12) as the factorization takes them, without the loops'
+// state: empty records (ntop 0, total 0) when the group holds the other
+// form or nothing.
 TopLists top_lists(void **pt);
+TargetQueues target_queues(void **pt, const ControlBlock *cb);
 
 // NUMERIC_DRIVER_VELMORA
 //   in:  the call c, its control block cb, *stage (1..4); the groups of the

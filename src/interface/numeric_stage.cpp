@@ -65,7 +65,10 @@ int factor_threads(const ControlBlock *cb) {
 std::int64_t factor_ints(const ControlBlock *cb) {
   const ControlState &s = cb->s;
   std::int64_t ints = factor_work_ints(s.neqns, s.nsuper, factor_threads(cb));
-  if (factor_threads(cb) > 1) ints += top_work_ints(s.list_buckets, s.ndom + 1);
+  if (factor_threads(cb) > 1) {
+    ints += s.list_form == 2 ? top_work_ints(s.list_buckets, s.ndom + 1)
+                             : queue_work_ints(s.nsuper, s.list_total);
+  }
   return ints;
 }
 
@@ -225,11 +228,17 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
   w.ndom = s.ndom;
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
-  if (nt > 1) {
+  int *loop_state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
+  if (nt > 1 && s.list_form == 2) {
     w.top = top_lists(pt);
-    w.top.state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
+    w.top.state = loop_state;
     w.top.cursor = w.top.state + w.top.ntop;
     w.top.domain_done = w.top.cursor + std::int64_t{w.top.ntop} * w.top.nsrc;
+  } else if (nt > 1) {
+    w.queues = target_queues(pt, cb);
+    w.queues.upd_tail = loop_state;
+    w.queues.queue = loop_state + s.nsuper;
+    w.queues.queue_off = w.queues.queue + w.queues.total;
   }
 
   const FactorView<void> f = factor_view<void>(pt, cb, row);

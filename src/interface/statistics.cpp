@@ -107,8 +107,8 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
         " the sequential nested dissection ran >");
   if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
     report_line(
-        " < the parallel factorization runs on nested-dissection domains with"
-        " iparm(24) 1 only; factorized on one core >");
+        " < the parallel factorization does not serve a Schur complement or the"
+        " block-partitioned mode; factorized on one core >");
 }
 
 void print_statistics(const CallArgs &c, const ControlBlock *cb) {

@@ -300,34 +300,42 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return result;
 }
 
-// The update lists of the parallel factorization into pt(12), counted
-// through a temporary list ("LOC_INT2") first.  Lists too long for their
-// 32-bit entries are not made: the factorization then runs on one thread.
+// The update lists of the parallel factorization into pt(12), the
+// two-level form counted through a temporary list ("LOC_INT2") first.
+// Lists too long for their 32-bit entries are not made: the factorization
+// then runs on one thread.
 int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
+  s.list_form = 0;
   s.list_buckets = 0;
   s.list_total = 0;
   s.list_bytes = 0;
   group_release(&pt_slot(c.pt, kPtUpdateLists));
-  if (!update_lists_wanted(c.pt, cb)) return 0;
+  const int form = update_lists_form(c.pt, cb);
+  if (form == 0) return 0;
   const double t0 = omp_get_wtime();
   const UpdateListsInput in = update_lists_input(c.pt, cb);
-  void *counts = nullptr;
-  const std::int64_t count_bytes = 4 * update_list_buckets(in);
-  const int code = group_alloc(cb, &counts, count_bytes, -900);
-  if (code != 0) {
-    *f = Failure{-2, code};
-    f->bytes = count_bytes;
-    return code;
+  std::int64_t total = 0;
+  if (form == 2) {
+    void *counts = nullptr;
+    const std::int64_t count_bytes = 4 * update_list_buckets(in);
+    const int code = group_alloc(cb, &counts, count_bytes, -900);
+    if (code != 0) {
+      *f = Failure{-2, code};
+      f->bytes = count_bytes;
+      return code;
+    }
+    total = count_update_lists(in, static_cast<int *>(counts));
+    group_release(&counts);
+  } else {
+    total = count_target_lists(in);
   }
-  const std::int64_t total = count_update_lists(in, static_cast<int *>(counts));
-  group_release(&counts);
   if (total >= 1000000000) return 0;
   s.list_total = total;
-  const std::int64_t bytes = update_lists_bytes(in, total);
+  const std::int64_t bytes = update_lists_bytes(in, form, total);
   if (analysis_group(c, cb, kPtUpdateLists, bytes, -1000, f) != 0) return f->result;
   s.list_bytes = bytes;
-  write_update_lists(c.pt, cb);
+  write_update_lists(c.pt, cb, form);
   add_time(cb, kTimeParList, omp_get_wtime() - t0);
   return 0;
 }

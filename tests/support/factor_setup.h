@@ -202,6 +202,37 @@ struct Records {
   std::vector<int> top_state;
 };
 
+// The classical lists (the targets of every supernode) for r.work, with
+// the queues of the classical loop.
+inline void add_target_queues(const Symbolic &s, Records *r) {
+  vm::UpdateListsInput in;
+  in.nsuper = s.nsuper;
+  in.xsuper = s.xsuper.data();
+  in.snode = s.snode.data();
+  in.xlindx = s.xlindx.data();
+  in.lindx = s.lindx.data();
+  in.nmod = s.nmod.data();
+  const std::int64_t total = vm::count_target_lists(in);
+  const std::int64_t ns = s.nsuper;
+  r->lists.assign(2 * (ns + 1) + 2 * total + 1, -7);
+  vm::TargetLists out;
+  out.upd_head = r->lists.data();
+  out.tgt_ptr = out.upd_head + ns + 1;
+  out.tgt_col = out.tgt_ptr + ns + 1;
+  out.tgt_off = out.tgt_col + total;
+  vm::target_lists(in, &out);
+  vm::TargetQueues &q = r->work.queues;
+  q.total = out.total;
+  q.upd_head = out.upd_head;
+  q.tgt_ptr = out.tgt_ptr;
+  q.tgt_col = out.tgt_col;
+  q.tgt_off = out.tgt_off;
+  r->top_state.assign(vm::queue_work_ints(ns, total) + 1, -7);
+  q.upd_tail = r->top_state.data();
+  q.queue = q.upd_tail + ns;
+  q.queue_off = q.queue + total;
+}
+
 // The two-level update lists of the top for r.work (which must have its
 // subtrees), and the state of the loop over them.
 inline void add_top_lists(const Symbolic &s, Records *r) {
@@ -314,6 +345,7 @@ inline vm::FactorWork<void> untyped(const vm::FactorWork<double> &t) {
   w.ndom = t.ndom;
   w.domains = t.domains;
   w.top = t.top;
+  w.queues = t.queues;
   return w;
 }
 
