@@ -148,12 +148,13 @@ TEST(Report, LinesChosenBySettings) {
        2,
        0,
        {" < preprocessing with state of the art partitioning metis>",
-        " < Numerical Factorization with BLAS3 and O(n) synchronization >",
+        " < Numerical Factorization with Level-3 BLAS performance >",
+        " < the parallel factorization does not serve a Schur complement, the block-partitioned "
+        "mode, iparm(34) 1 or a factorization this small; factorized on one core >",
         " < iparm(28) 1: the parallel nested dissection is not yet available; the sequential "
         "nested dissection ran >"},
        0,
        1},
-      {2, 0, 2, 0, {" < Numerical Factorization with BLAS3 and O(n) synchronization >"}, 0, 0, 0},
       {3, 0, 1, 0, {" < preprocessing with partitioning metis version 5.1 >"}},
       {4,
        0,
@@ -183,12 +184,21 @@ TEST(Report, LinesChosenBySettings) {
           << "ordering " << c.ordering << " missing: " << line << "\n"
           << out;
     // What did not run is never claimed.
-    const bool parallel = c.threads > 1;
     for (const char *claim :
          {"Hybrid Solver", "BLAS3 and O(n) synchronization", "Using block-reordering acceleration"})
-      if (!parallel || std::string(claim) != "BLAS3 and O(n) synchronization") {
-        EXPECT_EQ(out.find(claim), std::string::npos) << out;
-      }
+      EXPECT_EQ(out.find(claim), std::string::npos) << out;
+  }
+  // A factorization large enough for the team, with and without domains.
+  for (int two_level : {1, 0}) {
+    Session big(testmat::grid_laplacian(20, 20, 20, true), 2);
+    big.iparm[1] = 2;
+    big.iparm[2] = 2;
+    big.iparm[23] = two_level;
+    const std::string out = big.call(12);
+    EXPECT_NE(out.find(" < Numerical Factorization with BLAS3 and O(n) synchronization >\n"),
+              std::string::npos)
+        << out;
+    EXPECT_EQ(out.find("factorized on one core"), std::string::npos) << out;
   }
   // The transpose line of a general matrix solved with A^T.
   Session t(testmat::grid_laplacian(6, 6, 1, false), 11);

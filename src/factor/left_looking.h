@@ -389,7 +389,8 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 // thread fills the panel of the supernode it takes, applies the finished
 // descendants its queue receives, waiting for the rest (the ones before it
 // in the list are taken or done, so the wait ends), factors it, and puts
-// it into the queues of its targets.
+// it into the queues of its targets.  Producers append under the update
+// section; the waiting thread reads its tail without it.
 template <class T, class Ops>
 void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
                    const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
@@ -416,9 +417,9 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
         int next = q.upd_head[s - 1];
         const int end = q.upd_head[s];
         while (next < end) {
-          int tail = 0;
-#pragma omp critical(velmora_update)
-          tail = q.upd_tail[s - 1];
+          // The tail is published by a release store after the entries
+          // and the descendant's panel: an acquire load sees both.
+          const int tail = __atomic_load_n(&q.upd_tail[s - 1], __ATOMIC_ACQUIRE);
           if (stop.load(std::memory_order_relaxed) != 0) return;
           for (; next < tail; ++next) {
             update(k, q.queue[next], q.queue_off[next]);
@@ -436,9 +437,10 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 #pragma omp critical(velmora_update)
       for (int e = q.tgt_ptr[s - 1] - 1; e < q.tgt_ptr[s] - 1; ++e) {
         const int target = f.snode[q.tgt_col[e] - 1];
-        const int at = q.upd_tail[target - 1]++;
+        const int at = q.upd_tail[target - 1];
         q.queue[at] = s;
         q.queue_off[at] = q.tgt_off[e];
+        __atomic_store_n(&q.upd_tail[target - 1], at + 1, __ATOMIC_RELEASE);
       }
     }
 #pragma omp critical(velmora_loop_sums)

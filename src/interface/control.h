@@ -247,11 +247,17 @@ inline double &rctl(ControlBlock *cb, int k) {
 
 // Adds seconds to a timer of the report: the first addition in a call
 // replaces what an earlier call left, later ones accumulate.
-// Whether a factorization runs on the team: the analysis wrote the update
-// lists of the two-level loop, and the parallel member runs (more than one
-// thread, no Schur block).
+// Whether a factorization runs on the team: the analysis wrote update
+// lists, the parallel member runs (more than one thread, no Schur block)
+// and the factorization is large enough to gain from it.  Identical
+// results at every team size (iparm(34)) come from one thread until the
+// fixed-order scheme exists.
 inline bool factor_runs_parallel(const ControlState &s) {
-  return s.list_buckets > 0 && s.sequential == 0 && s.schur_size == 0 && s.nthreads > 1;
+  // Below this many operations a factorization takes less than a few
+  // milliseconds on one core, less than starting a team and its waits.
+  constexpr double kTeamFlops = 2.0e7;
+  return s.list_buckets > 0 && s.sequential == 0 && s.schur_size == 0 && s.nthreads > 1 &&
+         s.identical_results == 0 && s.flops >= kTeamFlops;
 }
 
 inline void add_time(ControlBlock *cb, int timer, double seconds) {

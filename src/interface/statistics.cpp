@@ -107,8 +107,9 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
         " the sequential nested dissection ran >");
   if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
     report_line(
-        " < the parallel factorization does not serve a Schur complement or the"
-        " block-partitioned mode; factorized on one core >");
+        " < the parallel factorization does not serve a Schur complement, the"
+        " block-partitioned mode, iparm(34) 1 or a factorization this small;"
+        " factorized on one core >");
 }
 
 void print_statistics(const CallArgs &c, const ControlBlock *cb) {
