@@ -150,7 +150,7 @@ TEST(Report, LinesChosenBySettings) {
        {" < preprocessing with state of the art partitioning metis>",
         " < Numerical Factorization with Level-3 BLAS performance >",
         " < the parallel factorization does not serve a Schur complement, the block-partitioned "
-        "mode, iparm(34) 1 or a factorization this small; factorized on one core >",
+        "mode, iparm(34) 1 or a factorization of this size; factorized on one core >",
         " < iparm(28) 1: the parallel nested dissection is not yet available; the sequential "
         "nested dissection ran >"},
        0,
@@ -190,7 +190,7 @@ TEST(Report, LinesChosenBySettings) {
   }
   // A factorization large enough for the team, with and without domains.
   for (int two_level : {1, 0}) {
-    Session big(testmat::grid_laplacian(20, 20, 20, true), 2);
+    Session big(testmat::grid_laplacian(30, 30, 30, true), 2);
     big.iparm[1] = 2;
     big.iparm[2] = 2;
     big.iparm[23] = two_level;

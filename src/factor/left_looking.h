@@ -264,6 +264,17 @@ struct FirstFailure {
   }
 };
 
+// At the end of a team's region, a thread's sums and first failure join
+// the team's.
+inline void end_of_region(FactorScalars &sc, FirstFailure *team, const PivotSums &sums,
+                          const FirstFailure &mine) {
+#pragma omp critical(velmora_loop_sums)
+  {
+    sc.add(0, sums);
+    team->note(mine.where, mine.status);
+  }
+}
+
 // One visit of top supernode s by a thread of the two-level loop: applies
 // what its buckets hold from their cursors on, as long as the source is
 // done (a finished subtree, a finished top supernode), and factors s when
@@ -375,11 +386,7 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
         top_done += r == 1 ? 1 : 0;
       }
     }
-#pragma omp critical(velmora_loop_sums)
-    {
-      sc.add(0, mine.sums);
-      failure.note(my_failure.where, my_failure.status);
-    }
+    end_of_region(sc, &failure, mine.sums, my_failure);
   });
   sc.add(failure.status, PivotSums{});
 }
@@ -443,11 +450,7 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
         __atomic_store_n(&q.upd_tail[target - 1], at + 1, __ATOMIC_RELEASE);
       }
     }
-#pragma omp critical(velmora_loop_sums)
-    {
-      sc.add(0, mine.sums);
-      failure.note(my_failure.where, my_failure.status);
-    }
+    end_of_region(sc, &failure, mine.sums, my_failure);
   });
   sc.add(failure.status, PivotSums{});
 }
@@ -498,11 +501,7 @@ void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T>
       mine.logdet += task.sums.logdet;
       my_failure.note(d, task.status);
     }
-#pragma omp critical(velmora_loop_sums)
-    {
-      sc.add(0, mine);
-      failure.note(my_failure.where, my_failure.status);
-    }
+    end_of_region(sc, &failure, mine, my_failure);
   });
   if (failure.status != 0) {
     sc.add(failure.status, PivotSums{});

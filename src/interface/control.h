@@ -256,6 +256,10 @@ inline bool factor_runs_parallel(const ControlState &s) {
   // Below this many operations a factorization takes less than a few
   // milliseconds on one core, less than starting a team and its waits.
   constexpr double kTeamFlops = 2.0e7;
+  // The classical loop costs a queue and a wait per supernode: with
+  // supernodes this small on average (2D grids) one thread is faster.
+  constexpr double kClassicalFlopsPerSupernode = 1.0e5;
+  if (s.list_form == 1 && s.flops < kClassicalFlopsPerSupernode * s.nsuper) return false;
   return s.list_buckets > 0 && s.sequential == 0 && s.schur_size == 0 && s.nthreads > 1 &&
          s.identical_results == 0 && s.flops >= kTeamFlops;
 }

@@ -108,7 +108,7 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
   if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
     report_line(
         " < the parallel factorization does not serve a Schur complement, the"
-        " block-partitioned mode, iparm(34) 1 or a factorization this small;"
+        " block-partitioned mode, iparm(34) 1 or a factorization of this size;"
         " factorized on one core >");
 }
 
