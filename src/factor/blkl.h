@@ -29,8 +29,11 @@ template <class T>
 std::int64_t BLKL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                               FactorScalars &sc);
 
-// BLKL_RISC_VELMORA: the parallel member, same arguments and results.  It
-// runs the sequential loop for now.
+// BLKL_RISC_VELMORA: the parallel member, same arguments and results.  Both
+// members go through run_loop (left_looking.h), which runs on the team of
+// work.nthreads with the lists of work.top or work.queues, and on one
+// thread when work.nthreads is 1 (the driver gives the sequential member
+// one).
 template <class T>
 std::int64_t BLKL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                FactorScalars &sc);

@@ -36,8 +36,8 @@ template <class T>
 std::int64_t BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                 FactorScalars &sc);
 
-// BLKLDL_RISC_VELMORA: the parallel member, same arguments and results.
-// It runs the sequential loop for now.
+// BLKLDL_RISC_VELMORA: the parallel member, same arguments and results;
+// the team runs as for BLKL_RISC_VELMORA (blkl.h).
 template <class T>
 std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                  FactorScalars &sc);

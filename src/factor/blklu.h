@@ -49,8 +49,8 @@ template <class T>
 std::int64_t BLKLU_UNSYM_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in,
                                      FactorWork<T> &work, FactorScalars &sc);
 
-// The parallel members, same arguments and results.  They run the
-// sequential loop for now.
+// The parallel members, same arguments and results; the team runs as for
+// BLKL_RISC_VELMORA (blkl.h).
 template <class T>
 std::int64_t BLKLU_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                 FactorScalars &sc);
