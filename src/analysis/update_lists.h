@@ -53,7 +53,7 @@ std::int64_t update_list_buckets(const UpdateListsInput &in);
 std::int64_t count_update_lists(const UpdateListsInput &in, int *counts);
 
 // UPDATE_LISTS_VELMORA, two-level form: fills `out` (its three arrays
-// sized by the count pass; bucket_ptr may hold the counts on entry).
+// sized by the count pass; it counts again into bucket_ptr itself).
 void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out);
 
 // The classical form: for each supernode s its targets, the supernodes t

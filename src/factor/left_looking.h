@@ -56,7 +56,8 @@ void clear_chains(const FactorView<T> &f, const Chains &c) {
 // subtree's root whose rows are the list of the top supernode after it)
 // may go on beyond a range: the loop fills panels, and lets updates reach,
 // only inside its range, and a piece that leaves the range or waits for
-// the last piece beyond it is the caller's (see link_leaving).
+// the last piece beyond it is the caller's (the top's update lists name
+// every piece).
 struct SupernodeRange {
   int first = 1;
   int last = 0;
@@ -72,8 +73,8 @@ struct LoopTask {
   TaskWork<T> work;
   PivotSums sums;
   // A supernode whose next target lies beyond the range: put on that
-  // target's chain (false), or left for the caller to link once the
-  // tasks running beside this one are done (true).
+  // target's chain (false), or left to the caller, whose lists name it
+  // (true).
   bool leave = false;
   // Set by another task that failed: the loop stops at its next supernode.
   const std::atomic<int> *stop = nullptr;
@@ -214,19 +215,6 @@ bool subtrees_usable(const FactorView<T> &f, const FactorWork<T> &work) {
     next = last + 1;
   }
   return next == f.nsuper + 1;
-}
-
-// Puts each supernode of range r that left it with rows still to apply on
-// the chain of its next target, as the loop would have.
-template <class T>
-void link_leaving(const FactorView<T> &f, SupernodeRange r, const Chains &c, bool pieces) {
-  for (int j = r.first; j <= r.last; ++j) {
-    bool waits = false;
-    const int next_row = next_row_of(f, j, c.length[j - 1], pieces, &waits);
-    if (next_row == 0 || waits) continue;
-    assert(f.snode[next_row - 1] > r.last);
-    push_on_chain(c.link, f.xsuper[f.snode[next_row - 1] - 1], f.xsuper[j - 1]);
-  }
 }
 
 // A top supernode's target record as the two-level loop wants it: its
@@ -456,15 +444,10 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 }
 
 // The loop over every supernode of f: ops(task, visit) gives the family's
-// callables for a task (see run_range).  With one thread, or without
-// subtrees that meet the range rule, one task takes every supernode in
-// order.  With the analysis' update lists of the top, the two-level loop
-// runs (run_two_level).  Otherwise the subtrees are tasks of a dynamic
-// schedule over a team of work.nthreads threads, each task on the slices
-// of the thread that runs it; those that left their subtree are then
-// linked on, and one task takes the top range.  The team's sums and the
-// status of the first failing range (by position) go to sc; after a
-// failure the rest is not factored.
+// callables for a task (see run_range).  On a team of work.nthreads with
+// the analysis' lists, the classical loop (work.queues) or the two-level
+// loop (work.top, over usable subtrees); otherwise one task takes every
+// supernode in order on one thread.
 template <class T, class Ops>
 void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
               const LoopOptions &opt, FactorScalars &sc, Ops ops) {
@@ -474,47 +457,13 @@ void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T>
   }
   LoopTask<T> whole = whole_loop(f, work);
   clear_chains(f, whole.chains);
-  if (!subtrees_usable(f, work)) {
-    run_on_team(1, [&](int, int) { run_range(f, in, opt, whole, ops); });
-    sc.add(whole.status, whole.sums);
-    return;
-  }
-  if (work.top.ntop > 0 && work.top.ftop == work.domains[2 * work.ndom]) {
+  if (work.top.ntop > 0 && subtrees_usable(f, work) &&
+      work.top.ftop == work.domains[2 * work.ndom]) {
     run_two_level(f, in, work, opt, sc, ops);
     return;
   }
-  FirstFailure failure;
-  run_on_team(work.nthreads, [&](int t, int) {
-    PivotSums mine;
-    FirstFailure my_failure;
-#pragma omp for schedule(dynamic, 1) nowait
-    for (int d = 0; d < work.ndom; ++d) {
-      LoopTask<T> task;
-      task.range = SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]};
-      task.chains = whole.chains;
-      task.work = work.task(f.n, t);
-      task.leave = true;
-      run_range(f, in, opt, task, ops);
-      mine.perturbed += task.sums.perturbed;
-      mine.npos += task.sums.npos;
-      mine.nneg += task.sums.nneg;
-      mine.logdet += task.sums.logdet;
-      my_failure.note(d, task.status);
-    }
-    end_of_region(sc, &failure, mine, my_failure);
-  });
-  if (failure.status != 0) {
-    sc.add(failure.status, PivotSums{});
-    return;
-  }
-  for (int d = 0; d < work.ndom; ++d) {
-    link_leaving(f, SupernodeRange{work.domains[2 * d], work.domains[2 * d + 1]}, whole.chains,
-                 opt.pieces);
-  }
-  LoopTask<T> top = whole;
-  top.range = SupernodeRange{work.domains[2 * work.ndom], work.domains[2 * work.ndom + 1]};
-  run_on_team(1, [&](int, int) { run_range(f, in, opt, top, ops); });
-  sc.add(top.status, top.sums);
+  run_on_team(1, [&](int, int) { run_range(f, in, opt, whole, ops); });
+  sc.add(whole.status, whole.sums);
 }
 
 // Entries of the Schur block of a symmetric factor: the lower trapezoid

@@ -202,9 +202,8 @@ struct Records {
   std::vector<int> top_state;
 };
 
-// The classical lists (the targets of every supernode) for r.work, with
-// the queues of the classical loop.
-inline void add_target_queues(const Symbolic &s, Records *r) {
+// What the update lists of s are made from, with the subtrees of r.work.
+inline vm::UpdateListsInput lists_input(const Symbolic &s, const Records &r) {
   vm::UpdateListsInput in;
   in.nsuper = s.nsuper;
   in.xsuper = s.xsuper.data();
@@ -212,6 +211,15 @@ inline void add_target_queues(const Symbolic &s, Records *r) {
   in.xlindx = s.xlindx.data();
   in.lindx = s.lindx.data();
   in.nmod = s.nmod.data();
+  in.ndom = r.work.ndom;
+  in.domains = r.work.domains;
+  return in;
+}
+
+// The classical lists (the targets of every supernode) for r.work, with
+// the queues of the classical loop.
+inline void add_target_queues(const Symbolic &s, Records *r) {
+  const vm::UpdateListsInput in = lists_input(s, *r);
   const std::int64_t total = vm::count_target_lists(in);
   const std::int64_t ns = s.nsuper;
   r->lists.assign(2 * (ns + 1) + 2 * total + 1, -7);
@@ -236,14 +244,7 @@ inline void add_target_queues(const Symbolic &s, Records *r) {
 // The two-level update lists of the top for r.work (which must have its
 // subtrees), and the state of the loop over them.
 inline void add_top_lists(const Symbolic &s, Records *r) {
-  vm::UpdateListsInput in;
-  in.nsuper = s.nsuper;
-  in.xsuper = s.xsuper.data();
-  in.snode = s.snode.data();
-  in.xlindx = s.xlindx.data();
-  in.lindx = s.lindx.data();
-  in.ndom = r->work.ndom;
-  in.domains = r->work.domains;
+  const vm::UpdateListsInput in = lists_input(s, *r);
   if (!vm::two_level_lists_apply(in)) return;
   const std::int64_t buckets = vm::update_list_buckets(in);
   std::vector<int> counts(buckets);
