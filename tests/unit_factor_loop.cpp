@@ -7,14 +7,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
+#include "common/matrix_type.h"
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
 #include "factor/blklu.h"
 #include "factor_setup.h"
+#include "interface/control.h"
+#include "interface/numeric_stage.h"
 #include "test_matrices.h"
+#include "velmora.h"
 
 namespace {
 
@@ -183,6 +189,102 @@ TEST(FactorLoop, FailureInASubtreeEndsTheRun) {
       EXPECT_EQ(team.sc.iflag, -1) << nthreads << " threads, loop " << static_cast<int>(loop);
       factor(team, good, Family::kCholesky, nthreads, loop, 1);
       EXPECT_EQ(team.sc.iflag, -2) << nthreads << " threads, loop " << static_cast<int>(loop);
+    }
+  }
+}
+
+// What a call with iparm(34) gives: the bytes of the factor (L, U, the
+// pivot order) and of the solution, and the pivot counts.
+struct Reproduced {
+  std::vector<unsigned char> factor;
+  std::vector<double> x;
+  std::array<int, 3> counts{};  // iparm(14), iparm(22), iparm(23)
+  int lists = 0;                // form of the update lists the analysis wrote
+};
+
+void append_bytes(std::vector<unsigned char> *out, const void *p, std::int64_t bytes) {
+  const auto *c = static_cast<const unsigned char *>(p);
+  out->insert(out->end(), c, c + bytes);
+}
+
+Reproduced solve_reproducibly(const testmat::Csr &m, int mtype, int pivot21, int matching,
+                              int ordering, int nthreads) {
+  std::array<void *, 64> pt{};
+  std::array<int, 64> iparm{};
+  std::array<double, 64> dparm{};
+  int error = 0, solver = 0;
+  velmorainit(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
+  iparm[1] = ordering;
+  iparm[2] = nthreads;
+  iparm[12] = matching;
+  iparm[20] = pivot21;
+  iparm[23] = 1;  // iparm(24): the two-level factorization
+  iparm[24] = 1;  // iparm(25): the solve over subtrees
+  iparm[33] = 1;  // iparm(34): identical results
+  const int maxfct = 1, mnum = 1, phase = 13, nrhs = 1, msglvl = 0, n = m.n;
+  std::vector<double> a = m.a, b = testmat::random_vector(n, 7);
+  Reproduced r;
+  r.x.assign(n, 0.0);
+  velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
+          nullptr, &nrhs, iparm.data(), &msglvl, b.data(), r.x.data(), &error, dparm.data());
+  EXPECT_EQ(error, 0);
+  const vm::ControlBlock *cb = vm::control_of(pt.data());
+  const std::intptr_t *row = vm::factor_row(pt.data(), 1);
+  if (error == 0 && cb != nullptr) {
+    r.lists = cb->s.list_form;
+    const auto *block = reinterpret_cast<const unsigned char *>(row[vm::kRowValues]);
+    const std::int64_t w = 8 * std::int64_t{cb->s.complex_factor};
+    const std::int64_t l_bytes = cb->s.nnz_l * w, u_at = (l_bytes + 7) / 8 * 8;
+    append_bytes(&r.factor, block, l_bytes);
+    if (vm::stores_u(mtype)) {
+      const std::int64_t u_bytes = cb->s.nnz_u * w, pivot_at = u_at + (u_bytes + 7) / 8 * 8;
+      append_bytes(&r.factor, block + u_at, u_bytes);
+      append_bytes(&r.factor, block + pivot_at, 4 * std::int64_t{n});
+    }
+  }
+  r.counts = {iparm[13], iparm[21], iparm[22]};
+  const int release = -1;
+  velmora(pt.data(), &maxfct, &mnum, &mtype, &release, &n, nullptr, m.ia.data(), m.ja.data(),
+          nullptr, &nrhs, iparm.data(), &msglvl, nullptr, nullptr, &error, dparm.data());
+  return r;
+}
+
+// iparm(34) 1 with a nested-dissection ordering and both two-level
+// schemes: the factor and the solution have the same bytes on teams of 1
+// to 4 threads, in every family and pivot mode, with and without the
+// symmetric matching, and the answer is sound.  iparm(34) turns refinement
+// off: the KKT matrix without matching keeps what its perturbed pivots
+// cost (about 1e-9).
+TEST(FactorLoop, FixedOrderGivesTheSameBitsOnEveryTeam) {
+  struct Public {
+    const char *name;
+    int mtype, pivot21, matching, ordering;
+    testmat::Csr a;
+    double bound;
+  };
+  const std::vector<Public> runs = {
+      {"cholesky", 2, 0, 0, 2, testmat::grid_laplacian(13, 12, 11, true), 1e-14},
+      {"ldl diagonal pivots", -2, 0, 0, 2, testmat::kkt_local(11, 400, 3), 1e-8},
+      {"ldl Bunch-Kaufman, matching", -2, 1, 1, 3, testmat::kkt_local(11, 400, 4), 1e-13},
+      {"lu structurally symmetric", 1, 0, 0, 2, testmat::convection_diffusion(12, 11, 12, 0.5),
+       1e-14},
+      {"lu general", 11, 0, 1, 3, testmat::convection_diffusion(11, 12, 12, 0.8), 1e-14},
+  };
+  for (const Public &c : runs) {
+    SCOPED_TRACE(c.name);
+    const Reproduced one = solve_reproducibly(c.a, c.mtype, c.pivot21, c.matching, c.ordering, 1);
+    EXPECT_EQ(one.lists, 2);  // the two-level lists, walked on one thread too
+    ASSERT_FALSE(one.factor.empty());
+    std::vector<double> b = testmat::random_vector(c.a.n, 7);
+    const bool symmetric = c.mtype == 2 || c.mtype == -2;
+    EXPECT_LT(testmat::backward_error(c.a, one.x.data(), b.data(), 1, symmetric), c.bound);
+    for (int nthreads = 2; nthreads <= 4; ++nthreads) {
+      SCOPED_TRACE(testing::Message() << nthreads << " threads");
+      const Reproduced team =
+          solve_reproducibly(c.a, c.mtype, c.pivot21, c.matching, c.ordering, nthreads);
+      EXPECT_TRUE(team.factor == one.factor);
+      EXPECT_EQ(std::memcmp(team.x.data(), one.x.data(), sizeof(double) * one.x.size()), 0);
+      EXPECT_EQ(team.counts, one.counts);
     }
   }
 }

@@ -13,6 +13,15 @@ namespace vm {
 // above nthreads*nnodes, at most n (and at least 1).
 int domain_target(int n, int nthreads, int nnodes);
 
+// The team an analysis cuts its domains and sizes its supernodes for.
+// Results that must come out the same bits at every team size (iparm(34))
+// need an ordering and supernodes that do not depend on the team: they are
+// cut for a fixed team of kFixedOrderTeam whatever runs them.
+constexpr int kFixedOrderTeam = 4;
+inline int analysis_team(int nthreads, int identical_results) {
+  return identical_results != 0 ? kFixedOrderTeam : nthreads;
+}
+
 // Moves every domain's nodes to the front, domain after domain in the
 // order of the list, keeping their relative order, and the nodes outside
 // all domains after them in position order.  With nschur > 0 the rows

@@ -113,7 +113,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   r.t_adjacency = omp_get_wtime() - t0;
 
   t0 = omp_get_wtime();
-  r.target_domains = domain_target(n, s.nthreads, s.nnodes);
+  r.target_domains = domain_target(n, s.domain_team, s.nnodes);
   int ndom = 1;
   int status = 0;
   if (s.perm_mode >= 1 || s.given_order) {

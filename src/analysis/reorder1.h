@@ -26,6 +26,7 @@ struct Reorder1Arrays {
 struct Reorder1Settings {
   int ordering = 0;          // iparm(2)
   int nthreads = 1;          // team of the analysis
+  int domain_team = 1;       // team the domains are cut for (analysis_team)
   int nnodes = 1;            // nodes of the distributed mode
   int perm_mode = 0;         // iparm(5): >= 1 takes user_perm
   int given_order = 0;       // 1: user_perm is the order of a symmetric matching

@@ -42,6 +42,16 @@ template <class T>
 std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                  FactorScalars &sc);
 
+// BLKLDL_EXACT_VELMORA: the member of identical results at every team
+// size (iparm(34)), taken instead of the parallel member when the work
+// record has the top lists of a fixed-order analysis: the two-level loop
+// in the fixed order (left_looking.h, run_two_level), on any team, one
+// thread included.  Same kernels and rules as the other members; "exact"
+// means reproducible, nothing stricter.
+template <class T>
+std::int64_t BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                  FactorWork<T> &work, FactorScalars &sc);
+
 // CH_BLKLDL_SEQ_VELMORA, CH_BLKLDL_RISC_VELMORA: the Hermitian members
 // (complex T), A = P L D L^H P^T with D real (1x1 pivots) or Hermitian
 // (2x2): entries of A landing in the lower triangle transposed are
@@ -55,6 +65,9 @@ std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in
 template <class T>
 std::int64_t CH_BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in,
                                     FactorWork<T> &work, FactorScalars &sc);
+template <class T>
+std::int64_t CH_BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                     FactorWork<T> &work, FactorScalars &sc);
 
 // Counts the update kernels of the LDL^T loop while a record is installed
 // (tests and tuning); not synchronised.

@@ -146,6 +146,9 @@ struct FactorWork {
   const int *domains = nullptr;
   TopLists top;         // with ntop 0 the subtrees' leavers go on chains to the top
   TargetQueues queues;  // with total above 0 and no top lists: the classical loop
+  // The subtrees and the top on the top lists with every update reaching
+  // its target in the lists' order, on a team of nthreads (one included).
+  bool fixed_order = false;
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

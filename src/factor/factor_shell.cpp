@@ -43,6 +43,7 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.domains = w.domains;
   t.top = w.top;
   t.queues = w.queues;
+  t.fixed_order = w.fixed_order;
   return t;
 }
 
@@ -122,12 +123,18 @@ void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
                     FactorWork<void> &work, FactorScalars *sc) {
   FactorWork<T> w = typed<T>(work);
   const FactorView<T> v = typed<T>(f);
+  // The fixed-order member runs on whatever team the record has, one
+  // thread included, so that every team gives the same bits.
   if constexpr (kHermitian) {
-    if (seq) {
+    if (w.fixed_order) {
+      CH_BLKLDL_EXACT_VELMORA<T>(v, in, w, *sc);
+    } else if (seq) {
       CH_BLKLDL_SEQ_VELMORA<T>(v, in, w, *sc);
     } else {
       CH_BLKLDL_RISC_VELMORA<T>(v, in, w, *sc);
     }
+  } else if (w.fixed_order) {
+    BLKLDL_EXACT_VELMORA<T>(v, in, w, *sc);
   } else if (seq) {
     BLKLDL_SEQ_VELMORA<T>(v, in, w, *sc);
   } else {

@@ -23,6 +23,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <thread>
 
 #include "analysis/parallel_fill.h"
 #include "factor/factor_args.h"
@@ -207,7 +208,8 @@ void left_looking(const FactorView<T> &f, const MatrixInput &in, const LoopOptio
 // supernode, and the top range after them up to the last supernode.
 template <class T>
 bool subtrees_usable(const FactorView<T> &f, const FactorWork<T> &work) {
-  if (work.nthreads < 2 || work.ndom < 2 || work.domains == nullptr) return false;
+  if ((work.nthreads < 2 && !work.fixed_order) || work.ndom < 2 || work.domains == nullptr)
+    return false;
   int next = 1;
   for (int d = 0; d <= work.ndom; ++d) {
     const int first = work.domains[2 * d], last = work.domains[2 * d + 1];
@@ -263,13 +265,29 @@ inline void end_of_region(FactorScalars &sc, FirstFailure *team, const PivotSums
   }
 }
 
+// Waits, in the fixed-order scheme, until ready() holds or another task
+// has failed; says whether it holds.  Outside that scheme it does not wait.
+template <class Ready>
+bool wait_for(bool fixed_order, const std::atomic<int> *stop, Ready ready) {
+  for (;;) {
+    if (ready()) return true;
+    if (!fixed_order || (stop != nullptr && stop->load(std::memory_order_relaxed) != 0))
+      return false;
+    std::this_thread::yield();
+  }
+}
+
 // One visit of top supernode s by a thread of the two-level loop: applies
 // what its buckets hold from their cursors on, as long as the source is
 // done (a finished subtree, a finished top supernode), and factors s when
 // nothing is missing.  Returns 1 when s was factored, 0 when it was left
-// for later with what it has received, or a failing status below 0.
+// for later with what it has received, or a failing status below 0.  In
+// the fixed-order scheme a missing source is waited for, so that the
+// updates reach s in the order of its buckets (domains in order, each
+// ascending, then the top ascending) whatever the team.
 template <class T, class Ops>
-int visit_top(const FactorView<T> &f, const TopLists &top, int s, LoopTask<T> &task, Ops &ops) {
+int visit_top(const FactorView<T> &f, const TopLists &top, int s, bool fixed_order,
+              LoopTask<T> &task, Ops &ops) {
   int result = 0;
   ops(task, [&](auto &make, auto &update, auto &factor) {
     auto k = make(s);
@@ -280,18 +298,24 @@ int visit_top(const FactorView<T> &f, const TopLists &top, int s, LoopTask<T> &t
       const int end = top.ptr[b + 1] - 1;
       const bool from_top = c == top.nsrc - 1;
       if (!from_top && top.cursor[b] < end) {
-        int done = 0;
+        const bool done = wait_for(fixed_order, task.stop, [&] {
+          int flag = 0;
 #pragma omp critical(velmora_update)
-        done = top.domain_done[c];
-        if (done == 0) return;
+          flag = top.domain_done[c];
+          return flag != 0;
+        });
+        if (!done) return;
       }
       for (; top.cursor[b] < end; ++top.cursor[b]) {
         const int e = top.cursor[b];
         if (from_top) {
-          int state = 0;
+          const bool done = wait_for(fixed_order, task.stop, [&] {
+            int state = 0;
 #pragma omp critical(velmora_update)
-          state = top.state[top.des[e] - top.ftop];
-          if (state != 1) return;
+            state = top.state[top.des[e] - top.ftop];
+            return state == 1;
+          });
+          if (!done) return;
         }
         update(k, top.des[e], top.off[e]);
         if (task.status != 0) {
@@ -312,6 +336,14 @@ int visit_top(const FactorView<T> &f, const TopLists &top, int s, LoopTask<T> &t
 // ready and factors those whose updates have all come, leaving the others
 // to whoever claims them next.  A failure stops every thread at its next
 // supernode or claim.
+// With work.fixed_order the top supernodes are claimed in order, once
+// each, and a claimed one waits for its missing sources instead of being
+// left (visit_top): a subtree is factored by one task alone in its own
+// order and a top supernode receives its updates in the lists' order, so
+// the factor has the same bits on every team.  The wait ends: every
+// subtree is taken before any thread reaches the top, and a top source
+// was claimed before its target by a thread that waits only on sources
+// claimed before.
 template <class T, class Ops>
 void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
                    const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
@@ -348,11 +380,12 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
       bool exit = false;
 #pragma omp critical(velmora_update)
       {
-        if (top_done == top.ntop || stop.load(std::memory_order_relaxed) != 0) {
+        if (top_done == top.ntop || stop.load(std::memory_order_relaxed) != 0 ||
+            (work.fixed_order && top_next == top.ntop)) {
           exit = true;
         } else {
           const int i = top_next;
-          top_next = (top_next + 1) % top.ntop;
+          top_next = work.fixed_order ? top_next + 1 : (top_next + 1) % top.ntop;
           if (top.state[i] == 0) {
             top.state[i] = -1;
             s = top.ftop + i;
@@ -362,7 +395,7 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
       if (exit) break;
       if (s == 0) continue;
       mine.status = 0;
-      const int r = visit_top(f, top, s, mine, ops);
+      const int r = visit_top(f, top, s, work.fixed_order, mine, ops);
       if (r < 0) {
         my_failure.note(work.ndom + s, r);
         stop.store(1);
@@ -446,8 +479,9 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 // The loop over every supernode of f: ops(task, visit) gives the family's
 // callables for a task (see run_range).  On a team of work.nthreads with
 // the analysis' lists, the classical loop (work.queues) or the two-level
-// loop (work.top, over usable subtrees); otherwise one task takes every
-// supernode in order on one thread.
+// loop (work.top, over usable subtrees; with work.fixed_order on any team,
+// one thread included); otherwise one task takes every supernode in order
+// on one thread.
 template <class T, class Ops>
 void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
               const LoopOptions &opt, FactorScalars &sc, Ops ops) {
@@ -457,7 +491,7 @@ void run_loop(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T>
   }
   LoopTask<T> whole = whole_loop(f, work);
   clear_chains(f, whole.chains);
-  if (work.top.ntop > 0 && subtrees_usable(f, work) &&
+  if (work.top.ntop > 0 && f.nschur == 0 && subtrees_usable(f, work) &&
       work.top.ftop == work.domains[2 * work.ndom]) {
     run_two_level(f, in, work, opt, sc, ops);
     return;

@@ -23,13 +23,19 @@ namespace vm {
 
 // Runs work(t, nt) on each thread t of a team of nt <= nthreads threads.
 // work must not throw.
+// A worker's number is its place of arrival, taken in the thread-number
+// section: it names the worker's slices of the work space.
 template <class Work>
 void run_on_team(int nthreads, Work work) {
-#pragma omp parallel num_threads(nthreads > 0 ? nthreads : 1)
+  int arrived = 0;
+#pragma omp parallel num_threads(nthreads > 0 ? nthreads : 1) shared(arrived)
   {
+    int t = 0;
+#pragma omp critical(velmora_thread_number)
+    t = arrived++;
     omp_set_num_threads(1);
     const SubnormalsFlushed flushed;
-    work(omp_get_thread_num(), omp_get_num_threads());
+    work(t, omp_get_num_threads());
   }
 }
 

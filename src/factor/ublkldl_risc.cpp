@@ -199,6 +199,13 @@ std::int64_t BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in, 
 }
 
 template <class T>
+std::int64_t BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                  FactorWork<T> &work, FactorScalars &sc) {
+  work.fixed_order = true;
+  return ldl_loop<T, false>(f, in, work, sc);
+}
+
+template <class T>
 std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in,
                                    FactorWork<T> &work, FactorScalars &sc) {
   static_assert(scalar_traits<T>::is_complex, "the Hermitian member takes a complex type");
@@ -208,6 +215,13 @@ std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in
 template <class T>
 std::int64_t CH_BLKLDL_RISC_VELMORA(const FactorView<T> &f, const MatrixInput &in,
                                     FactorWork<T> &work, FactorScalars &sc) {
+  return CH_BLKLDL_SEQ_VELMORA(f, in, work, sc);
+}
+
+template <class T>
+std::int64_t CH_BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                     FactorWork<T> &work, FactorScalars &sc) {
+  work.fixed_order = true;
   return CH_BLKLDL_SEQ_VELMORA(f, in, work, sc);
 }
 
@@ -223,6 +237,9 @@ VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(CH_BLKLDL_SEQ_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(CH_BLKLDL_RISC_VELMORA, zcomplex)
+VELMORA_LDL_MEMBER(BLKLDL_EXACT_VELMORA, double)
+VELMORA_LDL_MEMBER(BLKLDL_EXACT_VELMORA, zcomplex)
+VELMORA_LDL_MEMBER(CH_BLKLDL_EXACT_VELMORA, zcomplex)
 
 #undef VELMORA_LDL_MEMBER
 

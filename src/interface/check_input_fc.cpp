@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "analysis/domains.h"
 #include "interface/diag.h"
 
 namespace vm {
@@ -211,7 +212,8 @@ int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f) {
   // default nested dissection.
   s.ordering = ip(iparm, 2);
   if (ip(iparm, 30) >= 1 && (s.ordering < 0 || s.ordering > 2)) s.ordering = 2;
-  s.panel_size = panel_width(mtype, s.nthreads, ip(iparm, 30), ip(iparm, 53));
+  s.panel_size = panel_width(mtype, analysis_team(s.nthreads, s.identical_results), ip(iparm, 30),
+                             ip(iparm, 53));
   s.block_nodes = ip(iparm, 53);
   s.block_tail = ip(iparm, 54);
   s.sequential = (s.nthreads == 1 && s.nnodes == 1) ? 1 : 0;

@@ -247,12 +247,23 @@ inline double &rctl(ControlBlock *cb, int k) {
 
 // Adds seconds to a timer of the report: the first addition in a call
 // replaces what an earlier call left, later ones accumulate.
+// Whether a factorization runs the fixed-order scheme (iparm(34)): the
+// analysis cut domains for a fixed team and wrote the two-level lists, and
+// the subtrees and the top are factored with every update reaching its
+// target in one order whatever the team, one thread included.  With one
+// domain the supernodes go one after another on one thread, which gives
+// the same bits too.
+inline bool factor_runs_fixed_order(const ControlState &s) {
+  return s.identical_results != 0 && s.list_form == 2 && s.list_buckets > 0 && s.schur_size == 0 &&
+         s.distributed == 0;
+}
+
 // Whether a factorization runs on the team: the analysis wrote update
 // lists, the parallel member runs (more than one thread, no Schur block)
-// and the factorization is large enough to gain from it.  Identical
-// results at every team size (iparm(34)) come from one thread until the
-// fixed-order scheme exists.
+// and the factorization is large enough to gain from it; the fixed-order
+// scheme whenever it runs on more than one thread.
 inline bool factor_runs_parallel(const ControlState &s) {
+  if (s.identical_results != 0) return factor_runs_fixed_order(s) && s.nthreads > 1;
   // Below this many operations a factorization takes less than a few
   // milliseconds on one core, less than starting a team and its waits.
   constexpr double kTeamFlops = 2.0e7;
@@ -261,7 +272,7 @@ inline bool factor_runs_parallel(const ControlState &s) {
   constexpr double kClassicalFlopsPerSupernode = 1.0e5;
   if (s.list_form == 1 && s.flops < kClassicalFlopsPerSupernode * s.nsuper) return false;
   return s.list_buckets > 0 && s.sequential == 0 && s.schur_size == 0 && s.nthreads > 1 &&
-         s.identical_results == 0 && s.flops >= kTeamFlops;
+         s.flops >= kTeamFlops;
 }
 
 inline void add_time(ControlBlock *cb, int timer, double seconds) {

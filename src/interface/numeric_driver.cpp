@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "analysis/amap.h"
+#include "analysis/domains.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/matching.h"
 #include "analysis/reorder1.h"
@@ -85,6 +86,7 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   Reorder1Settings set;
   set.ordering = s.ordering;
   set.nthreads = s.nthreads;
+  set.domain_team = analysis_team(s.nthreads, s.identical_results);
   set.nnodes = s.nnodes;
   set.perm_mode = s.perm_mode;
   set.given_order = s.sym_matched;
@@ -343,13 +345,9 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
 
 std::int64_t layout_ordering_block(const CallArgs &c, ControlBlock *cb) {
   const int n = *c.n;
-  cb->s.target_domains = 1;
   // The domain target is fixed before the ordering, the list sized for it.
-  std::int64_t want = std::int64_t{cb->s.nthreads > 0 ? cb->s.nthreads : 1} *
-                      std::int64_t{cb->s.nnodes > 0 ? cb->s.nnodes : 1};
-  std::int64_t target = 1;
-  while (target < want) target *= 2;
-  cb->s.target_domains = static_cast<int>(std::min<std::int64_t>(target, std::max(n, 1)));
+  cb->s.target_domains =
+      domain_target(n, analysis_team(cb->s.nthreads, cb->s.identical_results), cb->s.nnodes);
   Layout l(cb);
   l.add(kOrdXadj, std::int64_t{n} + 1, 4);
   l.add(kOrdAdjncy, ladj_mod_capacity(n, c.ia), 4);
@@ -416,8 +414,11 @@ int NUMERIC_DRIVER_VELMORA(const CallArgs &c, ControlBlock *cb, int *stage) {
 
 int update_lists_form(void **pt, const ControlBlock *cb) {
   const ControlState &s = cb->s;
-  if (std::int64_t{s.nthreads} * s.nnodes < 2 || s.distributed > 0 || s.schur_size > 0 ||
-      !has_block(pt, kPtSymbolic))
+  // The fixed-order scheme walks the two-level lists on every team, one
+  // thread included.
+  const bool fixed_order = s.identical_results != 0 && s.ndom >= 2;
+  if ((std::int64_t{s.nthreads} * s.nnodes < 2 && !fixed_order) || s.distributed > 0 ||
+      s.schur_size > 0 || !has_block(pt, kPtSymbolic))
     return 0;
   if (s.two_level_fact != 0 && s.ndom >= 2 && two_level_lists_apply(update_lists_input(pt, cb)))
     return 2;

@@ -60,12 +60,17 @@ int factor_threads(const ControlBlock *cb) {
   return factor_runs_parallel(cb->s) ? cb->s.nthreads : 1;
 }
 
+// Whether the factorization walks the analysis' update lists.
+bool factor_uses_lists(const ControlBlock *cb) {
+  return factor_runs_parallel(cb->s) || factor_runs_fixed_order(cb->s);
+}
+
 // Integers of the factorization's work: the task slices and chains, then
 // the state of the two-level loop when it runs.
 std::int64_t factor_ints(const ControlBlock *cb) {
   const ControlState &s = cb->s;
   std::int64_t ints = factor_work_ints(s.neqns, s.nsuper, factor_threads(cb));
-  if (factor_threads(cb) > 1) {
+  if (factor_uses_lists(cb)) {
     ints += s.list_form == 2 ? top_work_ints(s.list_buckets, s.ndom + 1)
                              : queue_work_ints(s.nsuper, s.list_total);
   }
@@ -229,12 +234,13 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.ndom = s.ndom;
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   int *loop_state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
-  if (nt > 1 && s.list_form == 2) {
+  w.fixed_order = factor_runs_fixed_order(s);
+  if (factor_uses_lists(cb) && s.list_form == 2) {
     w.top = top_lists(pt);
     w.top.state = loop_state;
     w.top.cursor = w.top.state + w.top.ntop;
     w.top.domain_done = w.top.cursor + std::int64_t{w.top.ntop} * w.top.nsrc;
-  } else if (nt > 1) {
+  } else if (factor_uses_lists(cb)) {
     w.queues = target_queues(pt, cb);
     w.queues.upd_tail = loop_state;
     w.queues.queue = loop_state + s.nsuper;

@@ -88,6 +88,14 @@ void print_ordering(const ControlState &s) {
   }
 }
 
+// Why a factorization with more than one thread asked for ran on one.
+const char *one_core_reason(const ControlState &s) {
+  if (s.schur_size > 0) return "a Schur complement";
+  if (s.distributed != 0) return "the block-partitioned mode";
+  if (s.identical_results != 0) return "iparm(34) 1 on an ordering with one domain";
+  return "a factorization of this size";
+}
+
 // Options this build does not serve yet: each one asked for is named, with
 // what ran instead, so that no setting is dropped without a word.
 void print_requests_not_served(const ControlState &s, const int *iparm) {
@@ -106,10 +114,8 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
         " < iparm(28) 1: the parallel nested dissection is not yet available;"
         " the sequential nested dissection ran >");
   if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
-    report_line(
-        " < the parallel factorization does not serve a Schur complement, the"
-        " block-partitioned mode, iparm(34) 1 or a factorization of this size;"
-        " factorized on one core >");
+    report_line(" < the parallel factorization does not serve %s; factorized on one core >",
+                one_core_reason(s));
 }
 
 void print_statistics(const CallArgs &c, const ControlBlock *cb) {

@@ -201,7 +201,9 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   const std::int64_t rows = std::int64_t{n} * (std::int64_t{cb->factor_rows} + 1);
   // The ordering of the compressed graph splits it into one domain per
   // thread, as the plain ordering would; a partial solve keeps one.
-  const int target = s.sparse_rhs > 0 ? 1 : domain_target(n, s.nthreads, s.nnodes);
+  const int target =
+      s.sparse_rhs > 0 ? 1
+                       : domain_target(n, analysis_team(s.nthreads, s.identical_results), s.nnodes);
   if (analysis_group(c, cb, kPtMatching, 4 * rows, -403, f) != 0 ||
       analysis_group(c, cb, kPtScaling, 16 * std::int64_t{n}, -404, f) != 0 ||
       analysis_group(c, cb, kPtSymMatching, kept_matching_bytes(n, target), -400, f) != 0)
