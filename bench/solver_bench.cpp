@@ -2,7 +2,8 @@
 // MUMPS, SuperLU) on generated and real matrices, at 1 and 2 threads in the
 // same run.
 //
-//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [runs] [--quick]
+//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large] [runs]
+//                [--quick]
 //                [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]
 //
 // Without a section word the sections spd, elast, kkt, lu and real run.
@@ -26,6 +27,8 @@
 //             lu.  Complex, degenerate and unreadable files are skipped.
 //   kkt-large the kkt section on grids of 43^3 and 62^3 (about 100k and 300k
 //             unknowns); on request only.
+//   spd-large the spd section on the 7-point 70^3 and the 27-point 40^3
+//             Laplacians; on request only.
 //   matching  cost of the maximum-product matching in velmora's analysis
 //             (iparm(13) 1 against 0); console only, one thread, on request.
 //
@@ -857,6 +860,16 @@ void section_spd(const Options &o) {
   for (const auto &make : cases) bench_spd("spd", make(), o);
 }
 
+// The large Laplacians of the parallel factorization's bars: the 7-point
+// 70^3 and the 27-point 40^3; on request only.
+void section_spd_large(const Options &o) {
+  std::printf(
+      "\n[spd-large] large Laplacians: velmora mtype 2, CHOLMOD, MUMPS sym 1, one METIS order\n");
+  print_header();
+  bench_spd("spd-large", grid("7-point 70^3", 70, 70, 70, false), o);
+  bench_spd("spd-large", grid("27-point 40^3", 40, 40, 40, true), o);
+}
+
 void section_elast(const Options &o) {
   std::printf("\n[elast] 3D elasticity, 3 unknowns per node (bars to the 26 neighbours):\n");
   std::printf("        velmora mtype 2, CHOLMOD, MUMPS sym 1, one METIS order\n");
@@ -1303,8 +1316,8 @@ int main(int argc, char **argv) {
   std::vector<std::string> sections, child_args;
   const std::vector<std::string> all = {"spd", "elast", "kkt", "lu", "real"};
   const char *usage =
-      "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [runs]\n"
-      "                    [--quick] [--threads 1,2] [--out DIR] [--commit ID]\n"
+      "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large]\n"
+      "                    [runs] [--quick] [--threads 1,2] [--out DIR] [--commit ID]\n"
       "                    [--rows FILE]\n";
   for (int k = 1; k < argc; ++k) {
     const std::string arg = argv[k];
@@ -1329,7 +1342,7 @@ int main(int argc, char **argv) {
     } else if (arg == "--rows" && has_value) {
       rows_file = argv[++k];
       continue;
-    } else if (arg == "matching" || arg == "kkt-large" ||
+    } else if (arg == "matching" || arg == "kkt-large" || arg == "spd-large" ||
                std::find(all.begin(), all.end(), arg) != all.end()) {
       sections.push_back(arg);
     } else if (std::atoi(argv[k]) > 0) {
@@ -1368,6 +1381,7 @@ int main(int argc, char **argv) {
     if (s == "real") section_real(o);
     if (s == "matching") section_matching(o);
     if (s == "kkt-large") section_kkt(o, true);
+    if (s == "spd-large") section_spd_large(o);
   }
 
   if (child) {

@@ -4,7 +4,8 @@
 # at 1 and 2 threads.  Without arguments it writes bench/RESULTS.md and
 # bench/factor_time.png; with any (sections, runs, --quick: see
 # bench/solver_bench.cpp) the results go to build-bench/results/ instead.
-#   tools/bench.sh [spd] [elast] [kkt] [lu] [real] [matching] [runs] [--quick]
+#   tools/bench.sh [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large]
+#                  [runs] [--quick]
 #                  [--threads 1,2]
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -133,4 +133,65 @@ void target_lists(const UpdateListsInput &in, TargetLists *out) {
   out->total = at;
 }
 
+int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, int *first,
+                    int *task_range, int *nsub) {
+  const int ns = in.nsuper;
+  int *count = first + ns;
+  // The parent of s is the supernode of its first row below its columns
+  // (0 at a root); children come before their parent.
+  auto parent_of = [&](int s) {
+    const int ncols = in.xsuper[s] - in.xsuper[s - 1];
+    const std::int64_t len = in.xlindx[s] - in.xlindx[s - 1];
+    return len > ncols ? in.snode[in.lindx[in.xlindx[s - 1] - 1 + ncols] - 1] : 0;
+  };
+  // For the subtree of s: weight, its work, each supernode counting
+  // ncols * len^2 (its panel times its rows); first, its first supernode;
+  // count, its supernodes.
+  double whole = 0;
+  for (int s = 1; s <= ns; ++s) {
+    const double ncols = in.xsuper[s] - in.xsuper[s - 1];
+    const double len = static_cast<double>(in.xlindx[s] - in.xlindx[s - 1]);
+    weight[s - 1] = ncols * len * len;
+    first[s - 1] = s;
+    count[s - 1] = 1;
+    whole += weight[s - 1];
+  }
+  for (int s = 1; s <= ns; ++s) {
+    const int p = parent_of(s);
+    if (p == 0) continue;
+    weight[p - 1] += weight[s - 1];
+    first[p - 1] = std::min(first[p - 1], first[s - 1]);
+    count[p - 1] += count[s - 1];
+  }
+  // A subtree is one task when it is light and holds the range from its
+  // first supernode to its root and nothing else; a task's subtree is the
+  // largest such around it.
+  const double light = whole / (static_cast<double>(kSubtreesPerThread) * std::max(1, nthreads));
+  auto one_task = [&](int s) {
+    return weight[s - 1] <= light && s - first[s - 1] + 1 == count[s - 1];
+  };
+  // From the roots down: state 1 at the root of a task's subtree, 2
+  // inside one, 0 for a supernode alone.
+  int *state = count + ns;
+  for (int s = ns; s >= 1; --s) {
+    const int p = parent_of(s);
+    state[s - 1] = p != 0 && state[p - 1] != 0 ? 2 : one_task(s) ? 1 : 0;
+  }
+  int ntasks = 0;
+  for (int s = 1; s <= ns; ++s) {
+    if (state[s - 1] != 1) continue;
+    task_range[2 * ntasks] = first[s - 1];
+    task_range[2 * ntasks + 1] = s;
+    ++ntasks;
+  }
+  *nsub = ntasks;
+  for (int s = 1; s <= ns; ++s) {
+    if (state[s - 1] != 0) continue;
+    task_range[2 * ntasks] = s;
+    task_range[2 * ntasks + 1] = s;
+    ++ntasks;
+  }
+  return ntasks;
+}
+
 }  // namespace vm

@@ -78,6 +78,19 @@ std::int64_t count_target_lists(const UpdateListsInput &in);
 // count pass).
 void target_lists(const UpdateListsInput &in, TargetLists *out);
 
+// The work order of the classical loop on a team of nthreads: first the
+// subtrees of the supernodal tree that are light enough to be one
+// thread's work without queues (the maximal ones whose estimated work is
+// at most 1/(kSubtreesPerThread nthreads) of the whole and whose
+// supernodes are the range [first, root]), ascending; then every other
+// supernode alone, ascending, so that every task comes after the tasks
+// it waits for.  task_range receives (first, last) pairs, one-based.
+// Returns the task count; *nsub the subtrees among them.
+//   Work: weight (nsuper doubles), first (3 nsuper ints).
+constexpr int kSubtreesPerThread = 8;
+int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, int *first,
+                    int *task_range, int *nsub);
+
 }  // namespace vm
 
 #endif  // VELMORA_ANALYSIS_UPDATE_LISTS_H

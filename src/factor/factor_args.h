@@ -124,6 +124,11 @@ struct TargetQueues {
   int *upd_tail = nullptr;        // nsuper
   int *queue = nullptr;           // total: finished descendants
   int *queue_off = nullptr;       // total: their rows from the target on
+  // The work order of the team: nsub subtree ranges, then single
+  // supernodes, as (first, last) pairs (classical_tasks).
+  int ntasks = 0;
+  int nsub = 0;
+  const int *task_range = nullptr;
 };
 
 // Scratch of one factorization, cut from the work group: nthreads task
@@ -138,8 +143,7 @@ struct FactorWork {
   int *length = nullptr;  // nsuper
   T *temp = nullptr;      // tmpsiz per thread
   std::int64_t tmpsiz = 0;
-  const int *nmod = nullptr;    // nsuper
-  const int *pnlsch = nullptr;  // nsuper: the task list, leaves negative
+  const int *nmod = nullptr;  // nsuper
   // The subtrees the tasks may factor at once: ndom (first, last)
   // supernode pairs, then the top pair (the analysis' domains).
   int ndom = 0;

@@ -38,7 +38,6 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.temp = static_cast<T *>(w.temp);
   t.tmpsiz = w.tmpsiz;
   t.nmod = w.nmod;
-  t.pnlsch = w.pnlsch;
   t.ndom = w.ndom;
   t.domains = w.domains;
   t.top = w.top;

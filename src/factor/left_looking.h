@@ -412,31 +412,62 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
   sc.add(failure.status, PivotSums{});
 }
 
-// The classical loop: on a team, the supernodes in the order of the task
-// list (every supernode after its descendants) by a dynamic schedule.  A
-// thread fills the panel of the supernode it takes, applies the finished
-// descendants its queue receives, waiting for the rest (the ones before it
-// in the list are taken or done, so the wait ends), factors it, and puts
-// it into the queues of its targets.  Producers append under the update
-// section; the waiting thread reads its tail without it.
+// The classical loop: on a team, the tasks of the analysis' work order
+// (queues.task_range) by a dynamic schedule.  The light subtrees come
+// first, each the range loop of one thread on its chains with no queue or
+// wait, and a finished subtree puts each of its supernodes into the
+// queues of its targets outside it; then every other supernode alone.  A
+// thread takes a single supernode, fills its panel, applies the finished
+// descendants its queue receives, waiting for the rest (the tasks before
+// it in the order are taken or done, so the wait ends), factors it, and
+// puts it into the queues of its targets.  Producers append under the update section;
+// the waiting thread reads its tail without it.
 template <class T, class Ops>
 void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
                    const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
   const TargetQueues &q = work.queues;
   for (int s = 0; s < f.nsuper; ++s) q.upd_tail[s] = q.upd_head[s];
+  if (q.nsub > 0) clear_chains(f, Chains{work.link, work.length});
   std::atomic<int> stop{0};
   FirstFailure failure;
+  // Appends supernode s to the queues of its targets from supernode
+  // `beyond` on (the targets of a subtree's supernodes outside it).
+  auto publish = [&](int s, int beyond) {
+    for (int e = q.tgt_ptr[s - 1] - 1; e < q.tgt_ptr[s] - 1; ++e) {
+      const int target = f.snode[q.tgt_col[e] - 1];
+      if (target < beyond) continue;
+      const int at = q.upd_tail[target - 1];
+      q.queue[at] = s;
+      q.queue_off[at] = q.tgt_off[e];
+      __atomic_store_n(&q.upd_tail[target - 1], at + 1, __ATOMIC_RELEASE);
+    }
+  };
   run_on_team(work.nthreads, [&](int t, int) {
     LoopTask<T> mine;
+    mine.chains = Chains{work.link, work.length};
     mine.work = work.task(f.n, t);
+    mine.leave = true;
     mine.stop = &stop;
     FirstFailure my_failure;
     double *logdet = opt.determinant ? &mine.sums.logdet : nullptr;
 #pragma omp for schedule(dynamic, 1)
-    for (int i = 0; i < f.nsuper; ++i) {
+    for (int i = 0; i < q.ntasks; ++i) {
       if (stop.load(std::memory_order_relaxed) != 0) continue;
-      const int s = std::abs(work.pnlsch[i]);
       mine.status = 0;
+      if (i < q.nsub) {
+        const SupernodeRange r{q.task_range[2 * i], q.task_range[2 * i + 1]};
+        mine.range = r;
+        run_range(f, in, opt, mine, ops);
+        if (mine.status != 0) {
+          my_failure.note(i, mine.status);
+          stop.store(1);
+          continue;
+        }
+#pragma omp critical(velmora_update)
+        for (int s = r.first; s <= r.last; ++s) publish(s, r.last + 1);
+        continue;
+      }
+      const int s = q.task_range[2 * i];
       ops(mine, [&](auto &make, auto &update, auto &factor) {
         auto k = make(s);
         alone_in_top(k, 0);
@@ -449,6 +480,7 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
           // and the descendant's panel: an acquire load sees both.
           const int tail = __atomic_load_n(&q.upd_tail[s - 1], __ATOMIC_ACQUIRE);
           if (stop.load(std::memory_order_relaxed) != 0) return;
+          if (tail == next) std::this_thread::yield();
           for (; next < tail; ++next) {
             update(k, q.queue[next], q.queue_off[next]);
             if (mine.status != 0) return;
@@ -463,13 +495,7 @@ void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWo
       }
       if (stop.load(std::memory_order_relaxed) != 0) continue;
 #pragma omp critical(velmora_update)
-      for (int e = q.tgt_ptr[s - 1] - 1; e < q.tgt_ptr[s] - 1; ++e) {
-        const int target = f.snode[q.tgt_col[e] - 1];
-        const int at = q.upd_tail[target - 1];
-        q.queue[at] = s;
-        q.queue_off[at] = q.tgt_off[e];
-        __atomic_store_n(&q.upd_tail[target - 1], at + 1, __ATOMIC_RELEASE);
-      }
+      publish(s, s + 1);
     }
     end_of_region(sc, &failure, mine.sums, my_failure);
   });

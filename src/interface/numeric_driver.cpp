@@ -440,10 +440,10 @@ UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
 
 std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total) {
   if (form == 2) return 4 * (5 + update_list_buckets(in) + 2 * total);
-  return 4 * (5 + 2 * (std::int64_t{in.nsuper} + 1) + 2 * total);
+  return 4 * (5 + 2 * (std::int64_t{in.nsuper} + 1) + 2 * total + 2 * std::int64_t{in.nsuper});
 }
 
-void write_update_lists(void **pt, ControlBlock *cb, int form) {
+void write_update_lists(void **pt, ControlBlock *cb, int form, void *scratch) {
   const UpdateListsInput in = update_lists_input(pt, cb);
   int *group = static_cast<int *>(pt_slot(pt, kPtUpdateLists));
   const std::int64_t total = cb->s.list_total;
@@ -468,6 +468,13 @@ void write_update_lists(void **pt, ControlBlock *cb, int form) {
     out.tgt_off = out.tgt_col + total;
     target_lists(in, &out);
     group[1] = out.total;
+    // The work order of the team: light subtrees, then the rest alone.
+    double *weight = static_cast<double *>(scratch);
+    int nsub = 0;
+    group[2] =
+        classical_tasks(in, cb->s.nthreads, weight, reinterpret_cast<int *>(weight + in.nsuper),
+                        out.tgt_off + out.total, &nsub);
+    group[3] = nsub;
     cb->s.list_buckets = 1;
   }
   cb->s.list_form = form;
@@ -499,6 +506,9 @@ TargetQueues target_queues(void **pt, const ControlBlock *cb) {
   q.tgt_ptr = q.upd_head + nsuper + 1;
   q.tgt_col = q.tgt_ptr + nsuper + 1;
   q.tgt_off = q.tgt_col + q.total;
+  q.ntasks = group[2];
+  q.nsub = group[3];
+  q.task_range = q.tgt_off + q.total;
   return q;
 }
 

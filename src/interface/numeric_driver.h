@@ -37,7 +37,7 @@ std::int64_t map_work_bytes(const ControlBlock *cb);                      // pt(
 int update_lists_form(void **pt, const ControlBlock *cb);
 UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb);
 std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total);
-void write_update_lists(void **pt, ControlBlock *cb, int form);
+void write_update_lists(void **pt, ControlBlock *cb, int form, void *scratch);
 
 // The lists of pt(12) as the factorization takes them, without the loops'
 // state: empty records (ntop 0, total 0) when the group holds the other

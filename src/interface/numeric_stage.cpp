@@ -230,7 +230,6 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.temp = reinterpret_cast<char *>(ints) + align8(4 * factor_ints(cb));
   w.tmpsiz = s.tmpsiz;
   w.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
-  w.pnlsch = carved<int>(pt, cb, kPtSymbolic, kSymTasklist);
   w.ndom = s.ndom;
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   int *loop_state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));

@@ -337,7 +337,20 @@ int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   const std::int64_t bytes = update_lists_bytes(in, form, total);
   if (analysis_group(c, cb, kPtUpdateLists, bytes, -1000, f) != 0) return f->result;
   s.list_bytes = bytes;
-  write_update_lists(c.pt, cb, form);
+  // The classical form's work order weighs the subtrees in a temporary
+  // list too.
+  void *scratch = nullptr;
+  if (form == 1) {
+    const std::int64_t scratch_bytes = 20 * std::int64_t{in.nsuper} + 8;
+    const int code = group_alloc(cb, &scratch, scratch_bytes, -900);
+    if (code != 0) {
+      *f = Failure{-2, code};
+      f->bytes = scratch_bytes;
+      return code;
+    }
+  }
+  write_update_lists(c.pt, cb, form, scratch);
+  group_release(&scratch);
   add_time(cb, kTimeParList, omp_get_wtime() - t0);
   return 0;
 }

@@ -222,7 +222,7 @@ inline void add_target_queues(const Symbolic &s, Records *r) {
   const vm::UpdateListsInput in = lists_input(s, *r);
   const std::int64_t total = vm::count_target_lists(in);
   const std::int64_t ns = s.nsuper;
-  r->lists.assign(2 * (ns + 1) + 2 * total + 1, -7);
+  r->lists.assign(2 * (ns + 1) + 2 * total + 2 * ns + 1, -7);
   vm::TargetLists out;
   out.upd_head = r->lists.data();
   out.tgt_ptr = out.upd_head + ns + 1;
@@ -230,6 +230,11 @@ inline void add_target_queues(const Symbolic &s, Records *r) {
   out.tgt_off = out.tgt_col + total;
   vm::target_lists(in, &out);
   vm::TargetQueues &q = r->work.queues;
+  std::vector<double> weight(ns);
+  std::vector<int> first(3 * ns);
+  q.task_range = out.tgt_off + total;
+  q.ntasks = vm::classical_tasks(in, r->work.nthreads, weight.data(), first.data(),
+                                 out.tgt_off + total, &q.nsub);
   q.total = out.total;
   q.upd_head = out.upd_head;
   q.tgt_ptr = out.tgt_ptr;
@@ -306,7 +311,6 @@ inline Records records(const Symbolic &s, const testmat::Csr &a, std::vector<dou
   r.work.temp = r.temp.data();
   r.work.tmpsiz = s.tmpsiz;
   r.work.nmod = s.nmod.data();
-  r.work.pnlsch = s.tasklist.data();
   if (nthreads > 1 && s.ntasks > 1) {
     r.work.ndom = s.ntasks;
     r.work.domains = s.domains.data();
@@ -342,7 +346,6 @@ inline vm::FactorWork<void> untyped(const vm::FactorWork<double> &t) {
   w.tmpsiz = t.tmpsiz;
   w.nthreads = t.nthreads;
   w.nmod = t.nmod;
-  w.pnlsch = t.pnlsch;
   w.ndom = t.ndom;
   w.domains = t.domains;
   w.top = t.top;
