@@ -29,20 +29,6 @@ using ChkVecFn = void (*)(const int *, const int *, const void *, int *);
 using StatsFn = void (*)(const int *, const int *, const void *, const int *, const int *,
                          const int *, const void *, int *);
 
-const ChkMatrixFn kRealChkMatrix[] = {
-    velmora_chkmatrix,   velmora_chkmatrix_,   VELMORA_CHKMATRIX,   VELMORA_CHKMATRIX_,
-    velmora_chkmatrix_d, velmora_chkmatrix_d_, VELMORA_CHKMATRIX_D, VELMORA_CHKMATRIX_D_};
-const ChkMatrixFn kComplexChkMatrix[] = {velmora_chkmatrix_z, velmora_chkmatrix_z_,
-                                         VELMORA_CHKMATRIX_Z, VELMORA_CHKMATRIX_Z_};
-const ChkVecFn kRealChkVec[] = {velmora_chkvec, velmora_chkvec_, VELMORA_CHKVEC, VELMORA_CHKVEC_};
-const ChkVecFn kComplexChkVec[] = {velmora_chkvec_z, velmora_chkvec_z_, VELMORA_CHKVEC_Z,
-                                   VELMORA_CHKVEC_Z_};
-const StatsFn kRealStats[] = {velmora_printstats,   velmora_printstats_,  VELMORA_PRINTSTATS,
-                              VELMORA_PRINTSTATS_,  velmora_printstats_d, velmora_printstats_d_,
-                              VELMORA_PRINTSTATS_D, VELMORA_PRINTSTATS_D_};
-const StatsFn kComplexStats[] = {velmora_printstats_z, velmora_printstats_z_, VELMORA_PRINTSTATS_Z,
-                                 VELMORA_PRINTSTATS_Z_};
-
 // What a call left: its code and both streams.
 struct Outcome {
   int error;

@@ -90,7 +90,9 @@ TEST(Analysis, EveryOrderingGivesAPermutationAndTheFactorItImplies) {
       {"2D grid 30^2", testmat::grid_laplacian(30, 30, 1, true)},
       {"bcsstk13", testmat::from_file("bcsstk13.mtx", true)},
       {"dwt_992", testmat::from_file("dwt_992.mtx", true)}};
-  for (const auto &[name, m] : cases) {
+  for (const auto &c : cases) {
+    const std::string &name = c.first;
+    const testmat::Csr &m = c.second;  // a lambda below captures it: no structured binding
     ASSERT_GT(m.n, 0) << name;
     const std::vector<int> natural = [&] {
       std::vector<int> p(m.n);

@@ -2,7 +2,9 @@
 # Installs what is missing, then builds and runs every test twice: in a
 # release build with warnings as errors (with the installed-package tests of
 # C and Fortran consumers), and in a build with AddressSanitizer and
-# UndefinedBehaviorSanitizer.  Source formatting is checked first.
+# UndefinedBehaviorSanitizer.  Then the tests that run the parallel regions
+# (label parallel) once more under ThreadSanitizer.  Source formatting is
+# checked first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/deps.sh clang-format
@@ -22,3 +24,18 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVELMORA_WERROR=ON -DVELMORA_
   -DVELMORA_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build build-asan -j"$jobs"
 ctest --test-dir build-asan --output-on-failure -j"$jobs"
+
+echo "== thread sanitizer build"
+# clang with LLVM's OpenMP runtime, whose tool archer tells the sanitizer
+# about the runtime's synchronization, and the reference BLAS and LAPACK,
+# which start no threads (the OpenMP build of the BLAS brings GCC's runtime).
+bash tools/deps.sh clang-14 libclang-rt-14-dev libomp-14-dev libblas3 libblas-dev liblapack3
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
+  -DCMAKE_CXX_COMPILER=clang++-14 -DVELMORA_WERROR=ON -DVELMORA_TSAN=ON \
+  -DVELMORA_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build build-tsan -j"$jobs" --target parallel_tests
+# Without address-space randomisation where the system allows it: this
+# sanitizer runtime cannot map its shadow memory under the widest settings.
+norand=()
+if setarch "$(uname -m)" -R true 2>/dev/null; then norand=(setarch "$(uname -m)" -R); fi
+"${norand[@]}" ctest --test-dir build-tsan --output-on-failure -L parallel -j"$jobs"
