@@ -146,6 +146,9 @@ struct FactorWork {
   const int *domains = nullptr;
   TopLists top;         // with ntop 0 the subtrees' leavers go on chains to the top
   TargetQueues queues;  // with total above 0 and no top lists: the classical loop
+  // The distributed form of the lists (analysis/update_lists.h), or null;
+  // the block-partitioned member runs its sets with top's loop state.
+  const int *node_lists = nullptr;
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

@@ -65,7 +65,9 @@ int factor_threads(const ControlBlock *cb) {
 std::int64_t factor_ints(const ControlBlock *cb) {
   const ControlState &s = cb->s;
   std::int64_t ints = factor_work_ints(s.neqns, s.nsuper, factor_threads(cb));
-  if (factor_threads(cb) > 1) {
+  if (factor_runs_distributed(s)) {
+    ints += top_work_ints(s.list_buckets, s.list_sources);
+  } else if (factor_threads(cb) > 1) {
     ints += s.list_form == 2 ? top_work_ints(s.list_buckets, s.ndom + 1)
                              : queue_work_ints(s.nsuper, s.list_total);
   }
@@ -229,7 +231,14 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.ndom = s.ndom;
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   int *loop_state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
-  if (nt > 1 && s.list_form == 2) {
+  if (factor_runs_distributed(s)) {
+    // The block-partitioned member reads its sets from the lists; the loop
+    // state serves one set at a time.
+    w.node_lists = static_cast<const int *>(pt_slot(pt, kPtUpdateLists));
+    w.top.state = loop_state;
+    w.top.cursor = w.top.state + s.list_buckets;
+    w.top.domain_done = w.top.cursor + std::int64_t{s.list_buckets} * s.list_sources;
+  } else if (nt > 1 && s.list_form == 2) {
     w.top = top_lists(pt);
     w.top.state = loop_state;
     w.top.cursor = w.top.state + w.top.ntop;

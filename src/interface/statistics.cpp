@@ -105,7 +105,7 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
     report_line(
         " < iparm(28) 1: the parallel nested dissection is not yet available;"
         " the sequential nested dissection ran >");
-  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
+  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s) && !factor_runs_distributed(s))
     report_line(
         " < the parallel factorization does not serve a Schur complement, the"
         " block-partitioned mode, iparm(34) 1 or a factorization of this size;"
@@ -117,7 +117,8 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   const int phase = *c.phase;
   const int n = s.neqns;
   const int nrhs = c.nrhs ? *c.nrhs : 0;
-  report_line(s.distributed == 1 ? "Statistics (Distributed-Memory Version):" : "Statistics:");
+  // iparm(51) 1 is held as 2: any distributed mode gets the title.
+  report_line(s.distributed != 0 ? "Statistics (Distributed-Memory Version):" : "Statistics:");
   report_line("===========");
   report_line(" < Parallel Direct Factorization with #cores: >              %d", s.nthreads);
   report_line(" <                                and #nodes: >              %d", s.nnodes);
@@ -127,7 +128,9 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   // The method line says what ran: the team's factorization, or the
   // supernodes one after another.  The block-reordering and hybrid lines
   // come back with those features.
-  report_line(factor_runs_parallel(s)
+  if (s.distributed != 0)
+    report_line(" < Using block-reordering acceleration #blocknodes >          %d ", s.block_nodes);
+  report_line(factor_runs_parallel(s) || factor_runs_distributed(s)
                   ? " < Numerical Factorization with BLAS3 and O(n) synchronization >"
                   : " < Numerical Factorization with Level-3 BLAS performance >");
   print_requests_not_served(s, c.iparm);
@@ -154,6 +157,14 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
               static_cast<long>(s.nnz_u));
   report_line("             number of nonzeros in L+U                       %g",
               static_cast<double>(s.nnz_l) + static_cast<double>(s.nnz_u));
+  if (s.distributed != 0) {
+    // Columns of the nodes' local tops and of the global top (0 and 0 when
+    // the analysis made no node split).
+    report_line("             number of local separator nodes                 %d",
+                s.local_separators);
+    report_line("             number of global separator nodes                %d",
+                s.global_separators);
+  }
   report_line("             number of perturbed pivots                      %d",
               s.perturbed_pivots);
   if (s.sparse_rhs == 2)
