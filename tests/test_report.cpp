@@ -149,8 +149,8 @@ TEST(Report, LinesChosenBySettings) {
        0,
        {" < preprocessing with state of the art partitioning metis>",
         " < Numerical Factorization with Level-3 BLAS performance >",
-        " < the parallel factorization does not serve a Schur complement, the block-partitioned "
-        "mode, iparm(34) 1 or a factorization of this size; factorized on one core >",
+        " < the parallel factorization does not serve a Schur complement, iparm(34) 1 or a "
+        "factorization of this size; factorized on one core >",
         " < iparm(28) 1: the parallel nested dissection is not yet available; the sequential "
         "nested dissection ran >"},
        0,

@@ -105,11 +105,12 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
     report_line(
         " < iparm(28) 1: the parallel nested dissection is not yet available;"
         " the sequential nested dissection ran >");
-  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s) && !factor_runs_distributed(s))
+  // The block-partitioned variant on one thread is what one thread asks for.
+  const bool asked_one = factor_runs_distributed(s) && s.nthreads == 1;
+  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s) && !asked_one)
     report_line(
-        " < the parallel factorization does not serve a Schur complement, the"
-        " block-partitioned mode, iparm(34) 1 or a factorization of this size;"
-        " factorized on one core >");
+        " < the parallel factorization does not serve a Schur complement,"
+        " iparm(34) 1 or a factorization of this size; factorized on one core >");
 }
 
 void print_statistics(const CallArgs &c, const ControlBlock *cb) {
