@@ -306,13 +306,13 @@ int visit_top(const FactorView<T> &f, const TopLists &top, int s, LoopTask<T> &t
   return result;
 }
 
-// The two-level loop: on a team, the panels of the top (top.ntop
-// supernodes from top.ftop) are filled first,
+// The two-level loop: on a team, the panels of the top are filled first,
 // then the subtrees are tasks of a dynamic schedule, and each thread that
 // has no subtree left claims top supernodes round robin, applies what is
 // ready and factors those whose updates have all come, leaving the others
 // to whoever claims them next.  A failure stops every thread at its next
-// supernode or claim.
+// supernode or claim.  The top is the top.ntop supernodes from top.ftop
+// (a part of the tree's top, in the block-partitioned variant).
 template <class T, class Ops>
 void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
                    const LoopOptions &opt, FactorScalars &sc, Ops &ops) {
