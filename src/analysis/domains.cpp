@@ -1,6 +1,11 @@
 // domains.cpp - regrouping and closing of the domain list.
 #include "analysis/domains.h"
 
+#include <algorithm>
+#include <cstdint>
+
+#include "analysis/symbolic.h"
+
 namespace vm {
 
 int domain_target(int n, int nthreads, int nnodes) {
@@ -87,6 +92,58 @@ int close_domain_list(int n, int *domains, int ndom) {
     domains[2 * ndom + 1] = n;
   }
   return ndom;
+}
+
+int node_first_domain(int ndom, int nnodes, int k) {
+  if (nnodes < 1) return 0;
+  return static_cast<int>(std::int64_t{ndom} * k / nnodes);
+}
+
+int split_top_by_node(int n, const int *xadj, const int *adjncy, int *perm, const int *domains,
+                      int ndom, int nnodes, int *tops, int *work) {
+  const int kGlobal = nnodes;  // label of the global top
+  const int kFree = -1;        // a top column with no domain below it (yet)
+  int *invp = work;
+  int *parent = work + n;
+  int *label = work + 2 * n;  // by position; the elimination tree's scratch first
+  const int xtop = domains[2 * ndom];
+  for (int k = 0; k < n; ++k) invp[perm[k] - 1] = k + 1;
+  etree(n, xadj, adjncy, perm, invp, parent, label);
+
+  // Labels: a domain column its node's; a top column the common label of
+  // its children (kGlobal when they differ), children before parents.
+  std::fill(label + xtop - 1, label + n, kFree);
+  for (int node = 0; node < nnodes; ++node) {
+    for (int d = node_first_domain(ndom, nnodes, node);
+         d < node_first_domain(ndom, nnodes, node + 1); ++d)
+      for (int j = domains[2 * d]; j <= domains[2 * d + 1]; ++j) label[j - 1] = node;
+  }
+  for (int j = 1; j <= n; ++j) {
+    const int p = parent[j - 1];
+    if (p < xtop || label[j - 1] == kFree) continue;
+    int &lp = label[p - 1];
+    lp = lp == kFree ? label[j - 1] : lp == label[j - 1] ? lp : kGlobal;
+  }
+  // A top column without a domain below it goes with its parent (parents
+  // first); a root of that kind is global.
+  for (int j = n; j >= xtop; --j) {
+    if (label[j - 1] != kFree) continue;
+    const int p = parent[j - 1];
+    label[j - 1] = p == 0 ? kGlobal : label[p - 1];
+  }
+
+  // Stable reorder of the top by label; invp serves as the new sequence.
+  int *order = invp;
+  int next = 0, local = 0;
+  for (int node = 0; node <= nnodes; ++node) {
+    tops[2 * node] = xtop + next;
+    for (int j = xtop; j <= n; ++j)
+      if (label[j - 1] == node) order[next++] = perm[j - 1];
+    tops[2 * node + 1] = xtop + next - 1;
+    if (node < nnodes) local = next;
+  }
+  std::copy(order, order + next, perm + xtop - 1);
+  return local;
 }
 
 }  // namespace vm

@@ -47,6 +47,28 @@ int move_marked_rows_last(int n, int *perm, const int *mask, int *work);
 // a one-node top.  Returns the final domain count.
 int close_domain_list(int n, int *domains, int ndom);
 
+// The block-partitioned mode groups the domains by compute node: node k
+// (0-based, of nnodes) owns domains node_first_domain(ndom, nnodes, k) to
+// node_first_domain(ndom, nnodes, k+1) - 1 (0-based), consecutive domains
+// of the dissection, which hang under one separator of its upper levels.
+int node_first_domain(int ndom, int nnodes, int k);
+
+// The top of a closed domain list split by compute node.  A column of the
+// top belongs to node k's local top when every domain below it in the
+// elimination tree is one of node k's; the others form the global top.
+// The top is reordered stably, the local tops of nodes 0..nnodes-1 first,
+// then the global top: every column still follows its descendants in the
+// elimination tree, so the factor's fill is unchanged.
+//   In:     n; xadj, adjncy (the graph, original numbering); domains (ndom
+//           column pairs, then the top pair); nnodes >= 1.
+//   In/out: perm (n): the top positions reordered.
+//   Out:    tops (2 * (nnodes + 1)): each node's local top as a column
+//           pair (last = first - 1 when empty), then the global top's pair.
+//   Work:   3n ints.
+// Returns the columns of the local tops together.
+int split_top_by_node(int n, const int *xadj, const int *adjncy, int *perm, const int *domains,
+                      int ndom, int nnodes, int *tops, int *work);
+
 }  // namespace vm
 
 #endif  // VELMORA_ANALYSIS_DOMAINS_H

@@ -148,6 +148,17 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   r.domain_width = 0;
   for (int d = 0; d < r.ndom; ++d)
     r.domain_width = std::max(r.domain_width, a.domains[2 * d + 1] - a.domains[2 * d] + 1);
+  // Distributed mode: the top splits into each node's local top and the
+  // global top; sfinit takes their pairs in place of the top pair.
+  int npairs = r.ndom;
+  if (s.distributed != 0 && s.nnodes >= 1 && s.schur_size == 0 && s.sparse_rhs == 0 &&
+      r.ndom >= 2) {
+    r.local_separators = split_top_by_node(n, a.xadj, a.adjncy, a.perm, a.domains, r.ndom, s.nnodes,
+                                           a.domains + 2 * r.ndom, a.work);
+    r.global_separators = n - a.domains[2 * r.ndom] + 1 - r.local_separators;
+    r.node_split = s.nnodes;
+    npairs = r.ndom + s.nnodes;
+  }
 
 #pragma omp parallel for schedule(static)
   for (int k = 0; k < n; ++k) a.invp[a.perm[k] - 1] = k + 1;
@@ -156,13 +167,21 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   t0 = omp_get_wtime();
   std::int64_t nnzl = 0, nsub = 0;
   int nsuper = 0;
-  status = sfinit(n, &r.ndom, a.domains, a.xadj, a.adjncy, a.perm, a.invp, a.parent, a.colcnt,
+  status = sfinit(n, &npairs, a.domains, a.xadj, a.adjncy, a.perm, a.invp, a.parent, a.colcnt,
                   &nnzl, &nsub, &nsuper, a.snode, a.xsuper, a.work, s.panel_size, s.schur_size,
                   kSchurPostorder);
+  if (r.node_split == 0) r.ndom = npairs;
   debug_dump_array("invp after sfinit", a.invp, n, 4);
   debug_dump_array("perm after sfinit", a.perm, n, 4);
   r.t_symbolic = omp_get_wtime() - t0;
   if (status != 0) return status;
+  if (r.node_split > 0) {
+    // [domains][local tops][global top] -> [domains][top][local tops][global top]
+    int *tops = a.domains + 2 * r.ndom;
+    std::copy_backward(tops, tops + 2 * (r.node_split + 1), tops + 2 * (r.node_split + 2));
+    tops[0] = tops[2];
+    tops[1] = nsuper;
+  }
   if (s.sparse_rhs > 0 && r.marked_rows > 0)
     start_supernode_at(n - r.marked_rows + 1, n, a.colcnt, a.snode, a.xsuper, &nsuper, &nsub,
                        a.domains, r.ndom + 1);

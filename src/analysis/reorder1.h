@@ -13,7 +13,7 @@ struct Reorder1Arrays {
   int *adjncy;   // ladj_mod_capacity(n, ia)
   int *perm;     // n
   int *invp;     // n
-  int *domains;  // 2*(target+2)
+  int *domains;  // 2*(target+nnodes+2)
   int *colcnt;   // n
   int *snode;    // n
   int *xsuper;   // n+1
@@ -28,6 +28,7 @@ struct Reorder1Settings {
   int nthreads = 1;          // team of the analysis
   int domain_team = 1;       // team the domains are cut for (analysis_team)
   int nnodes = 1;            // nodes of the distributed mode
+  int distributed = 0;       // iparm(51): the top is split by node
   int perm_mode = 0;         // iparm(5): >= 1 takes user_perm
   int given_order = 0;       // 1: user_perm is the order of a symmetric matching
   int mmd_on_separator = 1;  // of the constrained minimum degree
@@ -43,6 +44,11 @@ struct Reorder1Results {
   int ndom = 1;            // domains below the top pair
   int domain_width = 0;    // largest domain, in columns
   int marked_rows = 0;     // rows of a partial solve
+  // The block-partitioned mode: the nodes the top was split for (0: not
+  // split), and the columns of their local tops and of the global top.
+  int node_split = 0;
+  int local_separators = 0;
+  int global_separators = 0;
   int nsuper = 0;
   int max_supernode = 0;
   std::int64_t nsub = 0;
@@ -66,7 +72,11 @@ std::int64_t reorder1_work_size(int ordering, int n, std::int64_t adjacency_capa
 //        symmetric matching: its domain count, then that many one-based
 //        (first, last) pairs of positions; null otherwise); mask
 //        (the partial-solve marks, read when sparse_rhs > 0); the settings
-//   out: the arrays of a, and the results
+//   out: the arrays of a, and the results.  domains holds ndom supernode
+//        pairs and the top pair; with a node split (distributed mode, at
+//        least two domains, no Schur block) node_split pairs follow, each
+//        node's local top, then the global top's pair: the top pair is the
+//        local tops and the global top after one another.
 // Returns 0, kReorderBadUserPerm, kReorderOverflow, or the nonzero status
 // of the ordering routine (1: out of memory inside METIS or AMD).
 int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, const int *user_perm,

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "analysis/domains.h"
+
 namespace vm {
 
 namespace {
@@ -192,6 +194,154 @@ int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, in
     ++ntasks;
   }
   return ntasks;
+}
+
+namespace {
+
+// Node k of a split: its domains and local top, and where its local
+// set's bucket pointers start, counted from the first pointer.
+struct NodeShape {
+  int dfirst, dcount;  // its domains: zero-based first, count
+  int tfirst, ntop;    // its local top
+  std::int64_t ptr;    // its bucket pointers, from the first pointer
+};
+
+NodeShape node_shape(const UpdateListsInput &in, const NodeSplit &split, int k, std::int64_t ptr) {
+  NodeShape s;
+  s.dfirst = node_first_domain(in.ndom, split.nnodes, k);
+  s.dcount = node_first_domain(in.ndom, split.nnodes, k + 1) - s.dfirst;
+  s.tfirst = split.tops[2 * k];
+  s.ntop = split.tops[2 * k + 1] - s.tfirst + 1;
+  s.ptr = ptr;
+  return s;
+}
+
+std::int64_t local_pointers(const NodeShape &s) {
+  return std::int64_t{s.ntop} * (s.dcount + 1) + 1;
+}
+
+// Calls hit(bucket, j, off) for each pair (target t, descendant j) of the
+// distributed form, bucket counted from the first pointer; returns false
+// at a row of j in a part of another node.
+template <class Hit>
+bool walk_split(const UpdateListsInput &in, const NodeSplit &split, Hit hit) {
+  const int m = split.nnodes;
+  const int gfirst = split.tops[2 * m];
+  std::int64_t ptr = 0;
+  std::int64_t gptr = 0;
+  for (int k = 0; k < m; ++k) gptr += local_pointers(node_shape(in, split, k, 0));
+  for (int k = 0; k < m; ++k) {
+    const NodeShape s = node_shape(in, split, k, ptr);
+    ptr += local_pointers(s);
+    for (int c = 0; c <= s.dcount; ++c) {
+      const bool top = c == s.dcount;
+      const int first = top ? s.tfirst : in.domains[2 * (s.dfirst + c)];
+      const int last = top ? s.tfirst + s.ntop - 1 : in.domains[2 * (s.dfirst + c) + 1];
+      for (int j = first; j <= last; ++j) {
+        const std::int64_t end = in.xlindx[j];
+        int last_hit = 0;
+        for (std::int64_t p = in.xlindx[j - 1] + 1; p < end; ++p) {
+          const int t = in.snode[in.lindx[p - 1] - 1];
+          if (t == j || t == last_hit) continue;
+          last_hit = t;
+          const int off = static_cast<int>(end - p);
+          if (t >= gfirst) {
+            hit(gptr + std::int64_t{t - gfirst} * (m + 1) + k, j, off);
+          } else if (t >= s.tfirst && t < s.tfirst + s.ntop) {
+            hit(s.ptr + std::int64_t{t - s.tfirst} * (s.dcount + 1) + c, j, off);
+          } else if (top || t > last) {
+            return false;  // a row in another domain or another node's top
+          }
+        }
+      }
+    }
+  }
+  // The global top's own source.
+  for (int j = gfirst; j <= in.nsuper; ++j) {
+    const std::int64_t end = in.xlindx[j];
+    int last_hit = 0;
+    for (std::int64_t p = in.xlindx[j - 1] + 1; p < end; ++p) {
+      const int t = in.snode[in.lindx[p - 1] - 1];
+      if (t == j || t == last_hit) continue;
+      last_hit = t;
+      hit(gptr + std::int64_t{t - gfirst} * (m + 1) + m, j, static_cast<int>(end - p));
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool distributed_lists_apply(const UpdateListsInput &in, const NodeSplit &split) {
+  if (split.nnodes < 1 || split.tops == nullptr || !two_level_lists_apply(in)) return false;
+  int next = first_top(in);
+  for (int k = 0; k <= split.nnodes; ++k) {
+    const int first = split.tops[2 * k], last = split.tops[2 * k + 1];
+    if (first != next || last < first - 1) return false;
+    next = last + 1;
+  }
+  return next == in.nsuper + 1;
+}
+
+std::int64_t distributed_list_ints(const UpdateListsInput &in, const NodeSplit &split) {
+  const int m = split.nnodes;
+  std::int64_t ints = distributed_header_ints(m);
+  for (int k = 0; k < m; ++k) ints += local_pointers(node_shape(in, split, k, 0));
+  const std::int64_t g = split.tops[2 * m + 1] - split.tops[2 * m] + 1;
+  return ints + g * (m + 1) + 1;
+}
+
+std::int64_t count_distributed_lists(const UpdateListsInput &in, const NodeSplit &split) {
+  std::int64_t total = 0;
+  if (!walk_split(in, split, [&](std::int64_t, int, int) { ++total; })) return -1;
+  return total;
+}
+
+void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, const NodeSplit &split, int *group) {
+  const int m = split.nnodes;
+  const std::int64_t header = distributed_header_ints(m);
+  const std::int64_t pointers = distributed_list_ints(in, split) - header;
+  int *ptr = group + header;
+  int stride = 0, sources = m + 1;
+  group[0] = kDistributedListForm;
+  group[1] = m;
+  group[4] = in.ndom;
+  for (int k = 0; k < m; ++k) {
+    const NodeShape s = node_shape(in, split, k, 0);
+    group[6 + 4 * k] = s.dfirst;
+    group[7 + 4 * k] = s.dcount;
+    group[8 + 4 * k] = s.tfirst;
+    group[9 + 4 * k] = s.ntop;
+    stride = std::max(stride, s.ntop);
+    sources = std::max(sources, s.dcount + 1);
+  }
+  const int g = split.tops[2 * m + 1] - split.tops[2 * m] + 1;
+  group[6 + 4 * m] = split.tops[2 * m];
+  group[7 + 4 * m] = g;
+  group[2] = std::max(stride, g);
+  group[5] = sources;
+  // Count, turn the counts into one-based starts over all sets at once (a
+  // set's closing pointer counts nothing, so it starts the next set), fill
+  // with the starts running as the next free place, shift back by one.
+  std::fill_n(ptr, pointers, 0);
+  walk_split(in, split, [&](std::int64_t b, int, int) { ++ptr[b]; });
+  int start = 1;
+  for (std::int64_t b = 0; b < pointers; ++b) {
+    const int c = ptr[b];
+    ptr[b] = start;
+    start += c;
+  }
+  const int total = start - 1;
+  group[3] = total;
+  int *des = ptr + pointers;
+  int *off = des + total;
+  walk_split(in, split, [&](std::int64_t b, int j, int o) {
+    const int at = ptr[b]++;
+    des[at - 1] = j;
+    off[at - 1] = o;
+  });
+  for (std::int64_t b = pointers - 1; b >= 1; --b) ptr[b] = ptr[b - 1];
+  ptr[0] = 1;
 }
 
 }  // namespace vm

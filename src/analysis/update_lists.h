@@ -91,6 +91,63 @@ constexpr int kSubtreesPerThread = 8;
 int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, int *first,
                     int *task_range, int *nsub);
 
+// The distributed form, for the block-partitioned factorization: the
+// domains are grouped by compute node (node_first_domain of domains.h)
+// and the top is split into each node's local top and the global top
+// after them (REORDER1_VELMORA).  Every node has two sets of buckets: its
+// local set, for each supernode t of its local top and each source c, its
+// domains then its local top itself, the descendants of c with rows in t;
+// and its global set, for each supernode t of the global top, the
+// descendants from all of the node (its domains and its local top, in
+// increasing order) with rows in t.  A last source of the global top is
+// the global top itself.  Entries as in the two-level form.
+//
+// The group, ints from its start (zero-based; contents one-based unless
+// said):
+//   [0] 3, the form        [1] m, the nodes      [2] stride: the largest top
+//   [3] total entries      [4] ndom              [5] the most sources of a set
+//   [6 + 4k .. 9 + 4k]     node k: its first domain (zero-based), its domain
+//                          count D_k, the first supernode and the size of
+//                          its local top
+//   [6 + 4m], [7 + 4m]     the global top: first supernode, size g
+//   then the bucket pointers of node 0's local set (ntop_k * (D_k + 1) + 1,
+//   bucket (t - first) * (D_k + 1) + c), ..., of node m-1's, then those of
+//   the global top (g * (m + 1) + 1, bucket (t - first) * (m + 1) + k, the
+//   global top's own source k = m); each pointer a one-based place in
+//   des and off, which follow: total entries each.
+// The factorization's loop state for one set at a time is sized by the
+// stride and the most sources.
+struct NodeSplit {
+  int nnodes = 0;
+  // nnodes (first, last) supernode pairs of the local tops, then the
+  // global top's pair.
+  const int *tops = nullptr;
+};
+
+constexpr int kDistributedListForm = 3;
+
+// Header ints of the distributed form, node table included.
+inline std::int64_t distributed_header_ints(int nnodes) {
+  return 8 + 4 * std::int64_t{nnodes};
+}
+
+// Whether the split can carry the distributed form: at least two domains
+// tiling 1.. in the plain list, the nodes' local tops and the global top
+// tiling the top pair.
+bool distributed_lists_apply(const UpdateListsInput &in, const NodeSplit &split);
+
+// Ints of the group before its entries: header and bucket pointers.
+std::int64_t distributed_list_ints(const UpdateListsInput &in, const NodeSplit &split);
+
+// The count pass of the distributed form: its entries, or -1 when a
+// supernode has rows in a part of another node (the split is then not
+// one the variant can run).
+std::int64_t count_distributed_lists(const UpdateListsInput &in, const NodeSplit &split);
+
+// UPDATE_LISTS_VELMORA, distributed form: writes the whole group (sized
+// distributed_list_ints + 2 * the count pass's total).
+void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, const NodeSplit &split, int *group);
+
 }  // namespace vm
 
 #endif  // VELMORA_ANALYSIS_UPDATE_LISTS_H

@@ -153,6 +153,9 @@ struct FactorWork {
   // The subtrees and the top on the top lists with every update reaching
   // its target in the lists' order, on a team of nthreads (one included).
   bool fixed_order = false;
+  // The distributed form of the lists (analysis/update_lists.h), or null;
+  // the block-partitioned member runs its sets with top's loop state.
+  const int *node_lists = nullptr;
 
   // The slices of task t (0 <= t < nthreads) of a factor of order n.
   TaskWork<T> task(int n, int t) const {

@@ -13,6 +13,7 @@
 #include "common/matrix_type.h"
 #include "factor/blkl.h"
 #include "factor/blkldl.h"
+#include "factor/blkldl_mpp.h"
 #include "factor/blklu.h"
 #include "factor/scalar_traits.h"
 
@@ -43,6 +44,7 @@ FactorWork<T> typed(const FactorWork<void> &w) {
   t.top = w.top;
   t.queues = w.queues;
   t.fixed_order = w.fixed_order;
+  t.node_lists = w.node_lists;
   return t;
 }
 
@@ -141,6 +143,13 @@ void run_ldl_member(bool seq, const FactorView<void> &f, const MatrixInput &in,
   }
 }
 
+// The block-partitioned entry (real LDL^T, blkldl_mpp.h).
+void run_mpp_member(const FactorView<void> &f, const MatrixInput &in, FactorWork<void> &work,
+                    FactorScalars *sc) {
+  FactorWork<double> w = typed<double>(work);
+  BLKLDL_MPP_ENTRY_VELMORA<double>(typed<double>(f), in, w, *sc);
+}
+
 // Runs a member of the symmetric table.  Members this build does not have
 // set kFactorNotAvailable.
 void run_member(FactorMember member, const FactorView<void> &f, const MatrixInput &in,
@@ -155,6 +164,9 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
     case FactorMember::kBlkldlSeq:
     case FactorMember::kBlkldlRisc:
       run_ldl_member<double, false>(member == FactorMember::kBlkldlSeq, f, in, work, sc);
+      return;
+    case FactorMember::kBlkldlMppEntry:
+      run_mpp_member(f, in, work, sc);
       return;
     case FactorMember::kBlkluSeq:
     case FactorMember::kBlkluRisc:

@@ -335,7 +335,8 @@ int visit_top(const FactorView<T> &f, const TopLists &top, int s, bool fixed_ord
 // has no subtree left claims top supernodes round robin, applies what is
 // ready and factors those whose updates have all come, leaving the others
 // to whoever claims them next.  A failure stops every thread at its next
-// supernode or claim.
+// supernode or claim.  The top is the top.ntop supernodes from top.ftop
+// (a part of the tree's top, in the block-partitioned variant).
 // With work.fixed_order the top supernodes are claimed in order, once
 // each, and a claimed one waits for its missing sources instead of being
 // left (visit_top): a subtree is factored by one task alone in its own
@@ -350,7 +351,8 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
   const TopLists &top = work.top;
   std::fill_n(top.state, top.ntop, 0);
   for (int b = 0; b < top.ntop * top.nsrc; ++b) top.cursor[b] = top.ptr[b] - 1;
-  std::fill_n(top.domain_done, top.nsrc - 1, 0);
+  // A source that is no subtree of this run was factored before it.
+  for (int c = 0; c < top.nsrc - 1; ++c) top.domain_done[c] = c < work.ndom ? 0 : 1;
   std::atomic<int> stop{0};
   FirstFailure failure;
   int top_next = 0, top_done = 0;
@@ -362,7 +364,7 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
     mine.stop = &stop;
     FirstFailure my_failure;
 #pragma omp for schedule(dynamic, 1)
-    for (int s = top.ftop; s <= f.nsuper; ++s)
+    for (int s = top.ftop; s < top.ftop + top.ntop; ++s)
       fill_panel(s, f, in, opt.hermitian, opt.determinant ? &mine.sums.logdet : nullptr);
 #pragma omp for schedule(dynamic, 1) nowait
     for (int d = 0; d < work.ndom; ++d) {

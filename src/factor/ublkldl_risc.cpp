@@ -21,6 +21,7 @@
 
 #include "factor/blas.h"
 #include "factor/blkldl.h"
+#include "factor/blkldl_mpp.h"
 #include "factor/dense_kernels.h"
 #include "factor/left_looking.h"
 #include "factor/panel.h"
@@ -130,9 +131,11 @@ int factor_bunch_kaufman(const Target<T> &k, double eps, PivotSums &sums, bool d
   return info;
 }
 
+// The family's loop; `partitioned` runs it through the block-partitioned
+// driver (blkldl_mpp.h) instead of run_loop.
 template <class T, bool kHermitian>
 std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
-                      FactorScalars &sc) {
+                      FactorScalars &sc, bool partitioned = false) {
   constexpr char kAdj = kHermitian ? 'C' : 'T';
   const int first_schur = f.n - f.nschur;
   const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
@@ -173,7 +176,12 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     };
     visit(make, update, factor);
   };
-  run_loop(f, in, work, LoopOptions{kHermitian, true, determinant}, sc, ops);
+  const LoopOptions opt{kHermitian, true, determinant};
+  if (partitioned) {
+    run_block_partitioned(f, in, work, opt, sc, ops);
+  } else {
+    run_loop(f, in, work, opt, sc, ops);
+  }
 
   const std::int64_t schur = symmetric_schur_entries(f);
   sc.schur_nnz = schur;
@@ -206,6 +214,12 @@ std::int64_t BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &in,
 }
 
 template <class T>
+std::int64_t BLKLDL_MPP_ENTRY_VELMORA(const FactorView<T> &f, const MatrixInput &in,
+                                      FactorWork<T> &work, FactorScalars &sc) {
+  return ldl_loop<T, false>(f, in, work, sc, true);
+}
+
+template <class T>
 std::int64_t CH_BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in,
                                    FactorWork<T> &work, FactorScalars &sc) {
   static_assert(scalar_traits<T>::is_complex, "the Hermitian member takes a complex type");
@@ -233,6 +247,7 @@ std::int64_t CH_BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &
 // complex Hermitian.
 VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, double)
 VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, double)
+VELMORA_LDL_MEMBER(BLKLDL_MPP_ENTRY_VELMORA, double)
 VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(CH_BLKLDL_SEQ_VELMORA, zcomplex)

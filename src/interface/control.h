@@ -120,18 +120,24 @@ struct ControlState {
   std::int32_t ndom;          // domains below the top pair
   std::int32_t domain_width;  // largest domain, in columns
   std::int32_t target_domains;
-  std::int32_t marked_rows;   // rows of a partial solve
-  std::int32_t first_root;    // first root of the supernodal tree
-  std::int32_t nadj;          // entries of the adjacency graph
-  std::int32_t sym_matched;   // 1: the order in pt(15) came from a symmetric matching
-  std::int32_t list_form;     // update lists in pt(12): 0 none, 1 classical, 2 two-level
-  std::int32_t list_buckets;  // buckets per call: ntop (two-level), 1 (classical), 0 (none)
-  std::int64_t list_total;    // entries of the update lists
-  std::int64_t list_bytes;    // size of the group pt(12)
-  std::int64_t nsub;          // length of lindx
-  std::int64_t fill;          // entries of L by columns, diagonal included
-  std::int64_t tmpsiz;        // entries of the dense update buffer
-  std::int64_t lnz_peak;      // largest lnz of one domain
+  std::int32_t marked_rows;        // rows of a partial solve
+  std::int32_t first_root;         // first root of the supernodal tree
+  std::int32_t nadj;               // entries of the adjacency graph
+  std::int32_t sym_matched;        // 1: the order in pt(15) came from a symmetric matching
+  std::int32_t node_split;         // distributed mode: nodes the top was split for, or 0
+  std::int32_t local_separators;   // columns of the nodes' local tops
+  std::int32_t global_separators;  // columns of the global top
+  std::int32_t list_form;          // update lists in pt(12): 0 none, 1 classical, 2 two-level,
+                                   // 3 distributed
+  std::int32_t list_buckets;       // buckets per call: ntop (two-level), 1 (classical), 0 (none),
+                                   // the largest top of a bucket set (distributed)
+  std::int32_t list_sources;       // distributed: the most sources of a bucket set
+  std::int64_t list_total;         // entries of the update lists
+  std::int64_t list_bytes;         // size of the group pt(12)
+  std::int64_t nsub;               // length of lindx
+  std::int64_t fill;               // entries of L by columns, diagonal included
+  std::int64_t tmpsiz;             // entries of the dense update buffer
+  std::int64_t lnz_peak;           // largest lnz of one domain
   std::int64_t unz_peak;
   std::int64_t symbolic_bytes;  // size of the symbolic block pt(8)
   std::int64_t lmap_count;      // entries of the scatter maps
@@ -245,8 +251,6 @@ inline double &rctl(ControlBlock *cb, int k) {
   return cb->rctl[k - 1];
 }
 
-// Adds seconds to a timer of the report: the first addition in a call
-// replaces what an earlier call left, later ones accumulate.
 // Whether a factorization runs the fixed-order scheme (iparm(34)): the
 // analysis cut domains for a fixed team and wrote the two-level lists, and
 // the subtrees and the top are factored with every update reaching its
@@ -258,11 +262,23 @@ inline bool factor_runs_fixed_order(const ControlState &s) {
          s.distributed == 0;
 }
 
+// Whether the block-partitioned factorization runs (BLKLDL_MPP_ENTRY_VELMORA
+// with the distributed form of the lists): the caller asked for it, so it
+// runs whatever the size, on the team or, with one thread or iparm(34), on
+// one thread node after node.
+inline bool factor_runs_distributed(const ControlState &s) {
+  return s.list_form == 3 && s.sequential == 0 && s.schur_size == 0;
+}
+
 // Whether a factorization runs on the team: the analysis wrote update
 // lists, the parallel member runs (more than one thread, no Schur block)
 // and the factorization is large enough to gain from it; the fixed-order
-// scheme whenever it runs on more than one thread.
+// scheme whenever it runs on more than one thread.  The distributed form
+// takes the team whenever its variant runs with more than one thread and
+// without iparm(34) (which it serves on one thread, node after node).
 inline bool factor_runs_parallel(const ControlState &s) {
+  if (s.list_form == 3)
+    return factor_runs_distributed(s) && s.nthreads > 1 && s.identical_results == 0;
   if (s.identical_results != 0) return factor_runs_fixed_order(s) && s.nthreads > 1;
   // Below this many operations a factorization takes less than a few
   // milliseconds on one core, less than starting a team and its waits.
@@ -275,6 +291,8 @@ inline bool factor_runs_parallel(const ControlState &s) {
          s.flops >= kTeamFlops;
 }
 
+// Adds seconds to a timer of the report: the first addition in a call
+// replaces what an earlier call left, later ones accumulate.
 inline void add_time(ControlBlock *cb, int timer, double seconds) {
   double &t = cb->rctl[kRctlTimers + timer - 1];
   t = (cb->timer_flags[timer] & 1) ? t + seconds : seconds;

@@ -49,8 +49,10 @@ bool has_matching(void **pt) {
 }
 
 // The first `domain pairs` the ordering may deliver, with room to close.
+// In distributed mode the pairs of the nodes' local tops and the global
+// top follow.
 std::int64_t domain_ints(const ControlBlock *cb) {
-  return 2 * (std::int64_t{cb->s.target_domains} + 2);
+  return 2 * (std::int64_t{cb->s.target_domains} + std::max(cb->s.nnodes, 1) + 3);
 }
 
 int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
@@ -88,6 +90,7 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   set.nthreads = s.nthreads;
   set.domain_team = analysis_team(s.nthreads, s.identical_results);
   set.nnodes = s.nnodes;
+  set.distributed = s.distributed;
   set.perm_mode = s.perm_mode;
   set.given_order = s.sym_matched;
   set.mmd_on_separator = s.mmd_on_separator;
@@ -100,6 +103,9 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   s.nadj = r.nadj;
   s.target_domains = r.target_domains;
   s.ndom = r.ndom;
+  s.node_split = r.node_split;
+  s.local_separators = r.local_separators;
+  s.global_separators = r.global_separators;
   s.domain_width = r.domain_width;
   s.marked_rows = r.marked_rows;
   s.nsuper = r.nsuper;
@@ -172,7 +178,8 @@ enum class Extent {
   kN1,           // n+1
   kNsuper,       // nsuper
   kNsuper1,      // nsuper+1
-  kDomainPairs,  // 2 (ndom+1): the domains and the top
+  kDomainPairs,  // 2 (ndom+1): the domains and the top; with a node split
+                 // 2 (node_split+1) more: the local tops and the global top
   kNsub,         // entries of lindx
   kUN1,          // n+1 for types with U, else 0
   kNnz,          // entries of A
@@ -195,7 +202,8 @@ std::int64_t extent(Extent e, const ControlState &s) {
     case Extent::kNsuper1:
       return nsup + 1;
     case Extent::kDomainPairs:
-      return 2 * (std::int64_t{s.ndom} + 1);
+      return 2 * (std::int64_t{s.ndom} + 1) +
+             (s.node_split > 0 ? 2 * (std::int64_t{s.node_split} + 1) : 0);
     case Extent::kNsub:
       return s.nsub;
     case Extent::kUN1:
@@ -417,9 +425,17 @@ int update_lists_form(void **pt, const ControlBlock *cb) {
   // The fixed-order scheme walks the two-level lists on every team, one
   // thread included.
   const bool fixed_order = s.identical_results != 0 && s.ndom >= 2;
-  if ((std::int64_t{s.nthreads} * s.nnodes < 2 && !fixed_order) || s.distributed > 0 ||
-      s.schur_size > 0 || !has_block(pt, kPtSymbolic))
+  if ((std::int64_t{s.nthreads} * s.nnodes < 2 && !fixed_order) || s.schur_size > 0 ||
+      !has_block(pt, kPtSymbolic))
     return 0;
+  // The block-partitioned variant exists for the real LDL^T family; other
+  // types, and splits it cannot run, take the lists of the other forms.
+  if (s.distributed > 0 && s.mtype == -2 && s.single_precision == 0) {
+    const UpdateListsInput in = update_lists_input(pt, cb);
+    const NodeSplit split = node_split(pt, cb);
+    if (distributed_lists_apply(in, split) && count_distributed_lists(in, split) >= 0)
+      return kDistributedListForm;
+  }
   if (s.two_level_fact != 0 && s.ndom >= 2 && two_level_lists_apply(update_lists_input(pt, cb)))
     return 2;
   return 1;
@@ -438,7 +454,17 @@ UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
   return in;
 }
 
-std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total) {
+NodeSplit node_split(void **pt, const ControlBlock *cb) {
+  NodeSplit split;
+  if (cb->s.node_split <= 0) return split;
+  split.nnodes = cb->s.node_split;
+  split.tops = carved<int>(pt, cb, kPtSymbolic, kSymDomains) + 2 * (cb->s.ndom + 1);
+  return split;
+}
+
+std::int64_t update_lists_bytes(const UpdateListsInput &in, const NodeSplit &split, int form,
+                                std::int64_t total) {
+  if (form == kDistributedListForm) return 4 * (distributed_list_ints(in, split) + 2 * total);
   if (form == 2) return 4 * (5 + update_list_buckets(in) + 2 * total);
   return 4 * (5 + 2 * (std::int64_t{in.nsuper} + 1) + 2 * total + 2 * std::int64_t{in.nsuper});
 }
@@ -448,7 +474,11 @@ void write_update_lists(void **pt, ControlBlock *cb, int form, void *scratch) {
   int *group = static_cast<int *>(pt_slot(pt, kPtUpdateLists));
   const std::int64_t total = cb->s.list_total;
   group[0] = form;
-  if (form == 2) {
+  if (form == kDistributedListForm) {
+    UPDATE_LISTS_VELMORA(in, node_split(pt, cb), group);
+    cb->s.list_buckets = group[2];
+    cb->s.list_sources = group[5];
+  } else if (form == 2) {
     const std::int64_t buckets = update_list_buckets(in);
     UpdateLists out;
     out.bucket_ptr = group + 5;

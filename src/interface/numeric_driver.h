@@ -27,16 +27,21 @@ std::int64_t layout_symbolic_block(ControlBlock *cb);                     // pt(
 std::int64_t map_work_bytes(const ControlBlock *cb);                      // pt(9)
 
 // The update lists of the parallel factorization, group pt(12): the form
-// this analysis makes (0 none: one thread, the block-partitioned mode or a
-// Schur block; 2 two-level: iparm(24) 1 and domains that carry it; else 1,
-// classical), what they are made from (the symbolic block), the group's
-// size for a total of list entries, and the lists written into the group
-// (results into the control block).  The group holds five header ints
-// (the form, then for the two-level form ftop, sources, top supernodes
-// and the total, for the classical form the total), then the arrays.
+// this analysis makes (0 none: one thread or a Schur block; 3 distributed:
+// the block-partitioned mode of mtype -2 with its node split; 2 two-level:
+// iparm(24) 1 and domains that carry it; else 1, classical), what they are
+// made from (the symbolic block), the group's size for a total of list
+// entries, and the lists written into the group (results into the control
+// block).  The group holds five header ints (the form, then for the
+// two-level form ftop, sources, top supernodes and the total, for the
+// classical form the total), then the arrays; the distributed form's
+// layout is in analysis/update_lists.h.
 int update_lists_form(void **pt, const ControlBlock *cb);
 UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb);
-std::int64_t update_lists_bytes(const UpdateListsInput &in, int form, std::int64_t total);
+// The node split of the analysis (nnodes 0 without one).
+NodeSplit node_split(void **pt, const ControlBlock *cb);
+std::int64_t update_lists_bytes(const UpdateListsInput &in, const NodeSplit &split, int form,
+                                std::int64_t total);
 void write_update_lists(void **pt, ControlBlock *cb, int form, void *scratch);
 
 // The lists of pt(12) as the factorization takes them, without the loops'

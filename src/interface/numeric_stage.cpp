@@ -70,7 +70,9 @@ bool factor_uses_lists(const ControlBlock *cb) {
 std::int64_t factor_ints(const ControlBlock *cb) {
   const ControlState &s = cb->s;
   std::int64_t ints = factor_work_ints(s.neqns, s.nsuper, factor_threads(cb));
-  if (factor_uses_lists(cb)) {
+  if (factor_runs_distributed(s)) {
+    ints += top_work_ints(s.list_buckets, s.list_sources);
+  } else if (factor_uses_lists(cb)) {
     ints += s.list_form == 2 ? top_work_ints(s.list_buckets, s.ndom + 1)
                              : queue_work_ints(s.nsuper, s.list_total);
   }
@@ -108,6 +110,7 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb) {
   in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nthreads = std::max(1, s.nthreads);
   in.iparm21 = s.iparm21;
+  in.partitioned = s.mtype == -2 && s.distributed != 0 && factor_runs_distributed(s) ? 1 : 0;
   return in;
 }
 
@@ -234,7 +237,14 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   w.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   int *loop_state = ints + factor_work_ints(n, s.nsuper, static_cast<int>(nt));
   w.fixed_order = factor_runs_fixed_order(s);
-  if (factor_uses_lists(cb) && s.list_form == 2) {
+  if (factor_runs_distributed(s)) {
+    // The block-partitioned member reads its sets from the lists; the loop
+    // state serves one set at a time.
+    w.node_lists = static_cast<const int *>(pt_slot(pt, kPtUpdateLists));
+    w.top.state = loop_state;
+    w.top.cursor = w.top.state + s.list_buckets;
+    w.top.domain_done = w.top.cursor + std::int64_t{s.list_buckets} * s.list_sources;
+  } else if (factor_uses_lists(cb) && s.list_form == 2) {
     w.top = top_lists(pt);
     w.top.state = loop_state;
     w.top.cursor = w.top.state + w.top.ntop;

@@ -91,8 +91,9 @@ void print_ordering(const ControlState &s) {
 // Why a factorization with more than one thread asked for ran on one.
 const char *one_core_reason(const ControlState &s) {
   if (s.schur_size > 0) return "a Schur complement";
-  if (s.distributed != 0) return "the block-partitioned mode";
-  if (s.identical_results != 0) return "iparm(34) 1 on an ordering with one domain";
+  if (s.identical_results != 0)
+    return s.distributed != 0 ? "iparm(34) 1 in the block-partitioned mode"
+                              : "iparm(34) 1 on an ordering with one domain";
   return "a factorization of this size";
 }
 
@@ -113,7 +114,9 @@ void print_requests_not_served(const ControlState &s, const int *iparm) {
     report_line(
         " < iparm(28) 1: the parallel nested dissection is not yet available;"
         " the sequential nested dissection ran >");
-  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s))
+  // The block-partitioned variant on one thread is what one thread asks for.
+  const bool asked_one = factor_runs_distributed(s) && s.nthreads == 1;
+  if ((s.nthreads > 1 || s.nnodes > 1) && !factor_runs_parallel(s) && !asked_one)
     report_line(" < the parallel factorization does not serve %s; factorized on one core >",
                 one_core_reason(s));
 }
@@ -123,7 +126,8 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   const int phase = *c.phase;
   const int n = s.neqns;
   const int nrhs = c.nrhs ? *c.nrhs : 0;
-  report_line(s.distributed == 1 ? "Statistics (Distributed-Memory Version):" : "Statistics:");
+  // iparm(51) 1 is held as 2: any distributed mode gets the title.
+  report_line(s.distributed != 0 ? "Statistics (Distributed-Memory Version):" : "Statistics:");
   report_line("===========");
   report_line(" < Parallel Direct Factorization with #cores: >              %d", s.nthreads);
   report_line(" <                                and #nodes: >              %d", s.nnodes);
@@ -133,7 +137,9 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   // The method line says what ran: the team's factorization, or the
   // supernodes one after another.  The block-reordering and hybrid lines
   // come back with those features.
-  report_line(factor_runs_parallel(s)
+  if (s.distributed != 0)
+    report_line(" < Using block-reordering acceleration #blocknodes >          %d ", s.block_nodes);
+  report_line(factor_runs_parallel(s) || factor_runs_distributed(s)
                   ? " < Numerical Factorization with BLAS3 and O(n) synchronization >"
                   : " < Numerical Factorization with Level-3 BLAS performance >");
   print_requests_not_served(s, c.iparm);
@@ -160,6 +166,14 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
               static_cast<long>(s.nnz_u));
   report_line("             number of nonzeros in L+U                       %g",
               static_cast<double>(s.nnz_l) + static_cast<double>(s.nnz_u));
+  if (s.distributed != 0) {
+    // Columns of the nodes' local tops and of the global top (0 and 0 when
+    // the analysis made no node split).
+    report_line("             number of local separator nodes                 %d",
+                s.local_separators);
+    report_line("             number of global separator nodes                %d",
+                s.global_separators);
+  }
   report_line("             number of perturbed pivots                      %d",
               s.perturbed_pivots);
   if (s.sparse_rhs == 2)

@@ -303,13 +303,15 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
 }
 
 // The update lists of the parallel factorization into pt(12), the
-// two-level form counted through a temporary list ("LOC_INT2") first.
+// two-level form counted through a temporary list ("LOC_INT2") first (the
+// distributed form counts into its own bucket pointers).
 // Lists too long for their 32-bit entries are not made: the factorization
 // then runs on one thread.
 int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
   s.list_form = 0;
   s.list_buckets = 0;
+  s.list_sources = 0;
   s.list_total = 0;
   s.list_bytes = 0;
   group_release(&pt_slot(c.pt, kPtUpdateLists));
@@ -317,8 +319,11 @@ int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   if (form == 0) return 0;
   const double t0 = omp_get_wtime();
   const UpdateListsInput in = update_lists_input(c.pt, cb);
+  const NodeSplit split = node_split(c.pt, cb);
   std::int64_t total = 0;
-  if (form == 2) {
+  if (form == kDistributedListForm) {
+    total = count_distributed_lists(in, split);
+  } else if (form == 2) {
     void *counts = nullptr;
     const std::int64_t count_bytes = 4 * update_list_buckets(in);
     const int code = group_alloc(cb, &counts, count_bytes, -900);
@@ -334,7 +339,7 @@ int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   }
   if (total >= 1000000000) return 0;
   s.list_total = total;
-  const std::int64_t bytes = update_lists_bytes(in, form, total);
+  const std::int64_t bytes = update_lists_bytes(in, split, form, total);
   if (analysis_group(c, cb, kPtUpdateLists, bytes, -1000, f) != 0) return f->result;
   s.list_bytes = bytes;
   // The classical form's work order weighs the subtrees in a temporary

@@ -44,7 +44,9 @@ void substitute_symmetric(const FactorView<T> &f, const SolveInput &in, bool one
     }
   }
   if (in.mtype == -2 || in.mtype == 6) {
-    if (one) {
+    if (one && in.partitioned != 0) {
+      BLKLDLSLVS1_MPPL<T>(f, in, z, temp);
+    } else if (one) {
       BLKLDLSLVS1_VELMORA<T>(f, in, z, temp);
     } else {
       BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);

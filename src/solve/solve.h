@@ -42,6 +42,7 @@ struct SolveInput {
   const int *taskrange = nullptr;   // 2*ntasks: (first, last) supernode of each subtree
   int nthreads = 1;                 // iparm(3): blocks of right-hand sides for nrhs > 1
   int iparm21 = 0;                  // pivots of an LDL^T factor: 0 diagonal, else Bunch-Kaufman
+  int partitioned = 0;              // 1: the factor came from the block-partitioned member
 };
 
 // Work of one solve, in elements of the factor's type T (ints for starts).

@@ -56,6 +56,16 @@ namespace vm {
 template <class T>
 void BLKLDLSLVS1_VELMORA(const FactorView<T> &f, const SolveInput &in, T *x, T *temp);
 
+// BLKLDLSLVS1_MPPL: the substitution with a factor of the block-partitioned
+// member (factor/blkldl_mpp.h).  That factor has the layout of every LDL^T
+// factor and its domain table is the plain one (the nodes' parts lie in
+// the top), so the substitution is BLKLDLSLVS1_VELMORA's; the name stays
+// because the solve of that variant is dispatched by it.
+template <class T>
+void BLKLDLSLVS1_MPPL(const FactorView<T> &f, const SolveInput &in, T *x, T *temp) {
+  BLKLDLSLVS1_VELMORA<T>(f, in, x, temp);
+}
+
 // BLKLDLSLVM_VELMORA: m right-hand sides, columns of x ldx apart, serial.
 // Per supernode forward: the exchanges and trsm (lower, unit) or
 // dsytrs_fwd on the block, gemm of the rows below into temp, temp added
