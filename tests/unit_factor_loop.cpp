@@ -5,6 +5,7 @@
 // (up to the rounding of another order of updates) with the same pivot
 // counts, and a failure must end the run with its status and no hang.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <array>
@@ -287,6 +288,30 @@ TEST(FactorLoop, FixedOrderGivesTheSameBitsOnEveryTeam) {
       EXPECT_EQ(team.counts, one.counts);
     }
   }
+}
+
+// Two handles factored and solved at once from the threads of a caller's
+// parallel region, with nested teams allowed: each call runs on its
+// caller's thread and gives the bits it gives alone.
+TEST(FactorLoop, HandlesInACallersParallelRegion) {
+  const testmat::Csr a = testmat::grid_laplacian(12, 11, 13, true);
+  const testmat::Csr k = testmat::kkt_local(10, 300, 9);
+  const Reproduced alone_a = solve_reproducibly(a, 2, 0, 0, 2, 2);
+  const Reproduced alone_k = solve_reproducibly(k, -2, 1, 1, 3, 2);
+  std::array<Reproduced, 2> inside;
+  const int levels = omp_get_max_active_levels();
+  omp_set_max_active_levels(2);
+#pragma omp parallel num_threads(2)
+  {
+    const int t = omp_get_thread_num();
+    inside[t] =
+        t == 0 ? solve_reproducibly(a, 2, 0, 0, 2, 2) : solve_reproducibly(k, -2, 1, 1, 3, 2);
+  }
+  omp_set_max_active_levels(levels);
+  EXPECT_TRUE(inside[0].factor == alone_a.factor);
+  EXPECT_TRUE(inside[0].x == alone_a.x);
+  EXPECT_TRUE(inside[1].factor == alone_k.factor);
+  EXPECT_TRUE(inside[1].x == alone_k.x);
 }
 
 }  // namespace

@@ -10,8 +10,9 @@
 //    than asked;
 //  - subnormals flushed to zero (fp_mode.h): the mode is a register of
 //    each thread, so each worker sets and restores its own.
-// Called from inside a caller's parallel region, the team has as many
-// threads as the caller's nesting allows (one, by default).
+// Called from inside a caller's active parallel region, the team is the
+// caller's thread alone, whatever the nesting allows: the caller's team
+// already holds the cores.
 #ifndef VELMORA_FACTOR_TEAM_H
 #define VELMORA_FACTOR_TEAM_H
 
@@ -28,7 +29,8 @@ namespace vm {
 template <class Work>
 void run_on_team(int nthreads, Work work) {
   int arrived = 0;
-#pragma omp parallel num_threads(nthreads > 0 ? nthreads : 1) shared(arrived)
+  const int team = omp_in_parallel() || nthreads < 1 ? 1 : nthreads;
+#pragma omp parallel num_threads(team) shared(arrived)
   {
     int t = 0;
 #pragma omp critical(velmora_thread_number)
