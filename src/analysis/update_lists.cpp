@@ -238,35 +238,25 @@ bool walk_split(const UpdateListsInput &in, const NodeSplit &split, Hit hit) {
       const int first = top ? s.tfirst : in.domains[2 * (s.dfirst + c)];
       const int last = top ? s.tfirst + s.ntop - 1 : in.domains[2 * (s.dfirst + c) + 1];
       for (int j = first; j <= last; ++j) {
-        const std::int64_t end = in.xlindx[j];
-        int last_hit = 0;
-        for (std::int64_t p = in.xlindx[j - 1] + 1; p < end; ++p) {
-          const int t = in.snode[in.lindx[p - 1] - 1];
-          if (t == j || t == last_hit) continue;
-          last_hit = t;
-          const int off = static_cast<int>(end - p);
+        bool inside = true;
+        targets_of(in, j, [&](int t, int off) {
+          if (!inside) return;
           if (t >= gfirst) {
             hit(gptr + std::int64_t{t - gfirst} * (m + 1) + k, j, off);
           } else if (t >= s.tfirst && t < s.tfirst + s.ntop) {
             hit(s.ptr + std::int64_t{t - s.tfirst} * (s.dcount + 1) + c, j, off);
           } else if (top || t > last) {
-            return false;  // a row in another domain or another node's top
+            inside = false;  // a row in another domain or another node's top
           }
-        }
+        });
+        if (!inside) return false;
       }
     }
   }
   // The global top's own source.
-  for (int j = gfirst; j <= in.nsuper; ++j) {
-    const std::int64_t end = in.xlindx[j];
-    int last_hit = 0;
-    for (std::int64_t p = in.xlindx[j - 1] + 1; p < end; ++p) {
-      const int t = in.snode[in.lindx[p - 1] - 1];
-      if (t == j || t == last_hit) continue;
-      last_hit = t;
-      hit(gptr + std::int64_t{t - gfirst} * (m + 1) + m, j, static_cast<int>(end - p));
-    }
-  }
+  for (int j = gfirst; j <= in.nsuper; ++j)
+    targets_of(in, j,
+               [&](int t, int off) { hit(gptr + std::int64_t{t - gfirst} * (m + 1) + m, j, off); });
   return true;
 }
 
