@@ -4,6 +4,7 @@
 // the report of the distributed mode.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -15,21 +16,6 @@
 #include "velmora.h"
 
 namespace {
-
-// [[H, J^T], [J, 0]]: H the 7-point Laplacian of a grid, J one row per
-// constraint coupling node i and node i + 1 (every constraint its own i).
-testmat::Csr kkt(int nx, int ny, int nz, int stride) {
-  const testmat::Csr h = testmat::grid_laplacian(nx, ny, nz, true);
-  std::vector<std::pair<std::pair<int, int>, double>> e;
-  for (int i = 0; i < h.n; ++i)
-    for (int k = h.ia[i] - 1; k < h.ia[i + 1] - 1; ++k) e.push_back({{i, h.ja[k] - 1}, h.a[k]});
-  int c = h.n;
-  for (int i = 0; i + 1 < h.n; i += stride, ++c) {
-    e.push_back({{i, c}, 1.0});
-    e.push_back({{i + 1, c}, -0.5});
-  }
-  return testmat::from_entries(c, e, true);
-}
 
 struct Outcome {
   int error, pos, neg, iparm51;
@@ -59,22 +45,7 @@ Outcome solve(const testmat::Csr &m, int matching, int threads, int distributed,
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
           perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
   Outcome r{error, iparm[21], iparm[22], iparm[50], 0.0, testing::internal::GetCapturedStdout()};
-  // |b - A x|_inf / (|A|_inf |x|_inf + |b|_inf), A from its upper triangle.
-  std::vector<double> res = b, rows(n, 0.0);
-  for (int i = 0; i < n; ++i)
-    for (int k = m.ia[i] - 1; k < m.ia[i + 1] - 1; ++k) {
-      const int j = m.ja[k] - 1;
-      res[i] -= m.a[k] * x[j], rows[i] += std::abs(m.a[k]);
-      if (j != i) res[j] -= m.a[k] * x[i], rows[j] += std::abs(m.a[k]);
-    }
-  double rn = 0, an = 0, xn = 0, bn = 0;
-  for (int i = 0; i < n; ++i) {
-    rn = std::max(rn, std::abs(res[i]));
-    an = std::max(an, rows[i]);
-    xn = std::max(xn, std::abs(x[i]));
-    bn = std::max(bn, std::abs(b[i]));
-  }
-  r.berr = rn / (an * xn + bn);
+  r.berr = testmat::backward_error(m, x.data(), b.data(), 1, true);
   phase = -1;
   msglvl = 0;
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
@@ -95,8 +66,8 @@ TEST(Distributed, NodesAndTeamsSolveAsThePlainFactorization) {
     testmat::Csr m;
     int matching;
   };
-  std::vector<Case> cases = {{"KKT grid 24x24, 288 constraints", kkt(24, 24, 1, 2), 0},
-                             {"KKT grid 9x9x9, 243 constraints", kkt(9, 9, 9, 3), 1}};
+  std::vector<Case> cases = {{"KKT grid 8^3, 200 constraints", testmat::kkt_local(8, 200, 3), 0},
+                             {"KKT grid 9^3, 243 constraints", testmat::kkt_local(9, 243, 5), 1}};
   if (testmat::matrix_folder_present())
     cases.push_back({"reorientation_1", testmat::from_file("reorientation_1.mtx", true), 0});
   for (const auto &[name, m, matching] : cases) {

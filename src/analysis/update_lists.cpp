@@ -15,6 +15,26 @@ int first_top(const UpdateListsInput &in) {
   return in.domains[2 * in.ndom];
 }
 
+// The bucket pointers of the two-level and distributed forms: ptr holds
+// each bucket's count and receives its one-based start (the place a fill
+// then advances); returns the total.
+int counts_to_starts(int *ptr, std::int64_t buckets) {
+  int start = 1;
+  for (std::int64_t b = 0; b < buckets; ++b) {
+    const int c = ptr[b];
+    ptr[b] = start;
+    start += c;
+  }
+  return start - 1;
+}
+
+// After a fill, each place stands at the next bucket's start: shift the
+// pointers back by one.
+void restore_starts(int *ptr, std::int64_t buckets) {
+  for (std::int64_t b = buckets - 1; b >= 1; --b) ptr[b] = ptr[b - 1];
+  ptr[0] = 1;
+}
+
 // Calls hit(bucket, j, off) for each (top supernode t, supernode j) with
 // a row of j in t, t != j, once per pair, in increasing j within each
 // source: bucket is the zero-based bucket index, off the rows of j from
@@ -76,22 +96,13 @@ void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, UpdateLists *out) {
   out->ntop = in.nsuper - out->ftop + 1;
   int *ptr = out->bucket_ptr;
   count_update_lists(in, ptr);
-  // Counts to starts, one-based; ptr[b] then runs as the next free place.
-  int start = 1;
-  for (std::int64_t b = 0; b < buckets; ++b) {
-    const int c = ptr[b];
-    ptr[b] = start;
-    start += c;
-  }
-  out->total = start - 1;
+  out->total = counts_to_starts(ptr, buckets);
   walk(in, [&](int b, int j, int off) {
     const int at = ptr[b]++;
     out->bucket_des[at - 1] = j;
     out->bucket_off[at - 1] = off;
   });
-  // The places advanced to the next bucket's start: shift back by one.
-  for (std::int64_t b = buckets - 1; b >= 1; --b) ptr[b] = ptr[b - 1];
-  ptr[0] = 1;
+  restore_starts(ptr, buckets);
 }
 
 namespace {
@@ -139,13 +150,6 @@ int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, in
                     int *task_range, int *nsub) {
   const int ns = in.nsuper;
   int *count = first + ns;
-  // The parent of s is the supernode of its first row below its columns
-  // (0 at a root); children come before their parent.
-  auto parent_of = [&](int s) {
-    const int ncols = in.xsuper[s] - in.xsuper[s - 1];
-    const std::int64_t len = in.xlindx[s] - in.xlindx[s - 1];
-    return len > ncols ? in.snode[in.lindx[in.xlindx[s - 1] - 1 + ncols] - 1] : 0;
-  };
   // For the subtree of s: weight, its work, each supernode counting
   // ncols * len^2 (its panel times its rows); first, its first supernode;
   // count, its supernodes.
@@ -159,7 +163,7 @@ int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, in
     whole += weight[s - 1];
   }
   for (int s = 1; s <= ns; ++s) {
-    const int p = parent_of(s);
+    const int p = in.sparent[s - 1];  // after s, 0 at a root
     if (p == 0) continue;
     weight[p - 1] += weight[s - 1];
     first[p - 1] = std::min(first[p - 1], first[s - 1]);
@@ -176,7 +180,7 @@ int classical_tasks(const UpdateListsInput &in, int nthreads, double *weight, in
   // inside one, 0 for a supernode alone.
   int *state = count + ns;
   for (int s = ns; s >= 1; --s) {
-    const int p = parent_of(s);
+    const int p = in.sparent[s - 1];  // after s, 0 at a root
     state[s - 1] = p != 0 && state[p - 1] != 0 ? 2 : one_task(s) ? 1 : 0;
   }
   int ntasks = 0;
@@ -311,17 +315,10 @@ void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, const NodeSplit &split, in
   group[2] = std::max(stride, g);
   group[5] = sources;
   // Count, turn the counts into one-based starts over all sets at once (a
-  // set's closing pointer counts nothing, so it starts the next set), fill
-  // with the starts running as the next free place, shift back by one.
+  // set's closing pointer counts nothing, so it starts the next set), fill.
   std::fill_n(ptr, pointers, 0);
   walk_split(in, split, [&](std::int64_t b, int, int) { ++ptr[b]; });
-  int start = 1;
-  for (std::int64_t b = 0; b < pointers; ++b) {
-    const int c = ptr[b];
-    ptr[b] = start;
-    start += c;
-  }
-  const int total = start - 1;
+  const int total = counts_to_starts(ptr, pointers);
   group[3] = total;
   int *des = ptr + pointers;
   int *off = des + total;
@@ -330,8 +327,7 @@ void UPDATE_LISTS_VELMORA(const UpdateListsInput &in, const NodeSplit &split, in
     des[at - 1] = j;
     off[at - 1] = o;
   });
-  for (std::int64_t b = pointers - 1; b >= 1; --b) ptr[b] = ptr[b - 1];
-  ptr[0] = 1;
+  restore_starts(ptr, pointers);
 }
 
 }  // namespace vm

@@ -28,7 +28,8 @@ struct UpdateListsInput {
   const int *lindx = nullptr;
   int ndom = 0;
   const int *domains = nullptr;
-  const int *nmod = nullptr;  // classical form: updates each supernode receives
+  const int *nmod = nullptr;     // classical form: updates each supernode receives
+  const int *sparent = nullptr;  // classical form's work order: supernodal parent, 0 at a root
 };
 
 struct UpdateLists {

@@ -422,8 +422,8 @@ void run_two_level(const FactorView<T> &f, const MatrixInput &in, const FactorWo
 // thread takes a single supernode, fills its panel, applies the finished
 // descendants its queue receives, waiting for the rest (the tasks before
 // it in the order are taken or done, so the wait ends), factors it, and
-// puts it into the queues of its targets.  Producers append under the update section;
-// the waiting thread reads its tail without it.
+// puts it into the queues of its targets.  Producers append under the
+// update section; the waiting thread reads its tail without it.
 template <class T, class Ops>
 void run_classical(const FactorView<T> &f, const MatrixInput &in, const FactorWork<T> &work,
                    const LoopOptions &opt, FactorScalars &sc, Ops &ops) {

@@ -451,6 +451,7 @@ UpdateListsInput update_lists_input(void **pt, const ControlBlock *cb) {
   in.ndom = cb->s.ndom;
   in.domains = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nmod = carved<int>(pt, cb, kPtSymbolic, kSymNmod);
+  in.sparent = carved<int>(pt, cb, kPtSymbolic, kSymSparent);
   return in;
 }
 

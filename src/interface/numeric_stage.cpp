@@ -110,7 +110,7 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb) {
   in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nthreads = std::max(1, s.nthreads);
   in.iparm21 = s.iparm21;
-  in.partitioned = s.mtype == -2 && s.distributed != 0 && factor_runs_distributed(s) ? 1 : 0;
+  in.partitioned = factor_runs_distributed(s) ? 1 : 0;
   return in;
 }
 

@@ -31,7 +31,7 @@ struct Symbolic {
   int n = 0, nsuper = 0, nschur = 0;
   int ntasks = 1;            // independent subtrees (tasks > 1 with METIS)
   std::vector<int> domains;  // their (first, last) supernode pairs, then the top
-  std::vector<int> perm, invp, xsuper, snode, lindx, nmod, tasklist;
+  std::vector<int> perm, invp, xsuper, snode, lindx, nmod, tasklist, sparent;
   std::vector<std::int64_t> xlindx, xlnz;
   std::int64_t tmpsiz = 0;
   // scatter map of the upper triangle of A into lnz
@@ -108,7 +108,8 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
   if (s.status != 0) return s;
 
   const int ns = s.nsuper;
-  std::vector<int> sparent(ns), first_child(ns), next_sibling(ns), upd_first(ns), upd_next(ns);
+  s.sparent.resize(ns);
+  std::vector<int> first_child(ns), next_sibling(ns), upd_first(ns), upd_next(ns);
   s.tasklist.resize(ns);
   s.nmod.resize(ns);
   s.xlindx.resize(ns + 1);
@@ -122,7 +123,7 @@ inline Symbolic analyse(const testmat::Csr &a, Ordering ordering, int width, int
       vm::Reorder2Input{n, ns, xadj.data(), adjncy.data(), s.perm.data(), s.invp.data(),
                         s.xsuper.data(), s.snode.data(), colcnt.data(), ndom, domains.data(),
                         unsym ? 1 : 0, 0, 0, 0, nsub},
-      vm::Reorder2Output{parent.data(), sparent.data(), first_child.data(), next_sibling.data(),
+      vm::Reorder2Output{parent.data(), s.sparent.data(), first_child.data(), next_sibling.data(),
                          s.tasklist.data(), s.xlindx.data(), s.lindx.data(), s.xlnz.data(),
                          unsym ? s.xunz.data() : nullptr, upd_first.data(), upd_next.data(),
                          s.nmod.data()},
@@ -211,6 +212,7 @@ inline vm::UpdateListsInput lists_input(const Symbolic &s, const Records &r) {
   in.xlindx = s.xlindx.data();
   in.lindx = s.lindx.data();
   in.nmod = s.nmod.data();
+  in.sparent = s.sparent.data();
   in.ndom = r.work.ndom;
   in.domains = r.work.domains;
   return in;
