@@ -24,6 +24,7 @@
 
 #include <cstdint>
 
+#include "analysis/metis_calls.h"
 #include "analysis/ordering.h"
 
 namespace vm {
@@ -78,7 +79,7 @@ int ORDER_CMD_VELMORA(int n, const int *xadj, const int *adjncy, int mmd_on_sepa
     options[METIS_OPTION_NUMBERING] = 0;
     idx_t nvtxs = n;
     idx_t sepsize = 0;
-    const int rc = METIS_ComputeVertexSeparator(&nvtxs, x0, a0, nullptr, options, &sepsize, mark);
+    const int rc = metis_vertex_separator(&nvtxs, x0, a0, options, &sepsize, mark);
     if (rc == METIS_ERROR_MEMORY) return kOrderNoMemory;
     if (rc != METIS_OK) return kOrderLibraryError;
     // METIS labels the separator nodes 2

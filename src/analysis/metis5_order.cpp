@@ -59,6 +59,7 @@
 #include <new>
 #include <vector>
 
+#include "analysis/metis_calls.h"
 #include "analysis/ordering.h"
 
 namespace vm {
@@ -146,7 +147,7 @@ int order_domain(NdContext &c, const std::vector<int> &verts, std::vector<idx_t>
     std::vector<idx_t> lperm(m);
     std::vector<idx_t> liperm(m);
     const int rc =
-        METIS_NodeND(&m, sx.data(), sa.data(), nullptr, c.nd_options, lperm.data(), liperm.data());
+        metis_node_nd(&m, sx.data(), sa.data(), c.nd_options, lperm.data(), liperm.data());
     if (rc != METIS_OK) return metis_status(rc);
     for (idx_t k = 0; k < m; ++k) c.order[first + k] = verts[lperm[k]];
   }
@@ -176,8 +177,8 @@ int dissect(NdContext &c, std::vector<int> &verts, int depth, int slot, int firs
     std::vector<idx_t> where(m);
     idx_t nvtxs = m;
     idx_t sepsize = 0;
-    const int rc = METIS_ComputeVertexSeparator(&nvtxs, sx.data(), sa.data(), nullptr,
-                                                c.sep_options, &sepsize, where.data());
+    const int rc =
+        metis_vertex_separator(&nvtxs, sx.data(), sa.data(), c.sep_options, &sepsize, where.data());
     if (rc != METIS_OK) return metis_status(rc);
     for (int k = 0; k < m; ++k) {
       if (where[k] == 0) {

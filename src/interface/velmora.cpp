@@ -4,6 +4,8 @@
 // The front answers everything that needs no state.  A matrix with as many
 // nonzeros as rows is solved here without any allocation, so such a call
 // leaves the handle empty.
+#include <omp.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -55,6 +57,28 @@ void diagonal_front(const CallArgs &c) {
   if ((phase == 11 || phase == 23 || phase == 33) && *c.error != 0) *c.error = -7;
 }
 
+// Called from inside a caller's active parallel region, every region of
+// the call (analysis, factorization, solve) runs on the caller's thread
+// alone, even where the caller allows nested teams: the caller's team
+// already holds the cores, and teams of our own on each of its threads
+// would oversubscribe them.  The caller's thread count is put back at the
+// end of the call.
+class CallerThreadOnly {
+ public:
+  CallerThreadOnly() : nested_(omp_in_parallel() != 0), saved_(omp_get_max_threads()) {
+    if (nested_) omp_set_num_threads(1);
+  }
+  ~CallerThreadOnly() {
+    if (nested_) omp_set_num_threads(saved_);
+  }
+  CallerThreadOnly(const CallerThreadOnly &) = delete;
+  CallerThreadOnly &operator=(const CallerThreadOnly &) = delete;
+
+ private:
+  bool nested_;
+  int saved_;
+};
+
 }  // namespace
 
 void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, const int *phase,
@@ -100,7 +124,10 @@ void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, co
     }
     return;
   }
-  VELMORA_CCC(c);
+  {
+    const CallerThreadOnly caller_thread;
+    VELMORA_CCC(c);
+  }
   // A plain direct solve (phase 33 without the hybrid or iterative path)
   // reports no failure to the caller: what went wrong has been printed at
   // msglvl 1, and the caller keeps the best solution found.
