@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "accuracy.h"
 #include "mm_reader.h"
 
 namespace {
@@ -68,8 +69,10 @@ const char kUsage[] =
     "  --ordering O    0 minimum degree, 1 constrained minimum degree, 2 nested\n"
     "                  dissection (default), 3 METIS 5.1, 4 approximate minimum degree\n"
     "  --matching M    1 (on) or 0 (off); on by default for general matrices\n"
-    "  --refine N      iterative refinement steps, iparm(8) (negative: residual\n"
-    "                  in extended precision)\n"
+    "  --refine N      iterative refinement steps of the first solve, iparm(8)\n"
+    "                  (negative: residual in extended precision)\n"
+    "  --target E      the backward error to reach (default 1e-14); 0 accepts the\n"
+    "                  first solve as it is\n"
     "  --threads N     threads of the library, iparm(3) (default: OMP_NUM_THREADS,\n"
     "                  or every processor)\n"
     "  --grid N        order N^3 of the bundled problem's grid (default 40)\n"
@@ -77,8 +80,14 @@ const char kUsage[] =
     "  --verbose       print the library's own report (msglvl 1) as well\n"
     "  --help          this text\n"
     "\n"
-    "Exit status: 0 on success, 1 when the input or the solve fails, 2 for a\n"
-    "wrong command line.\n";
+    "When the first solve misses the target, the program solves again with\n"
+    "explicit refinement steps, then continues with flexible GMRES preconditioned\n"
+    "by the factor, then refactors with the other matching and scaling choice\n"
+    "(types 11, 13, -2, -4, 6, unless --matching is given), and prints what it did.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when the input or the solve fails or the target\n"
+    "is not reached (structurally or numerically singular matrices among them), 2\n"
+    "for a wrong command line.\n";
 
 struct Options {
   std::string matrix;
@@ -94,7 +103,8 @@ struct Options {
   int matching = -1;
   bool refine_given = false;
   int refine = 0;
-  int nrhs = 0;  // 0: not given
+  double target = 1e-14;  // 0: no target
+  int nrhs = 0;           // 0: not given
   int grid = kDefaultGrid;
   bool grid_given = false;
 };
@@ -267,6 +277,15 @@ Options parse_options(int argc, char **argv) {
     } else if (name == "--refine") {
       o.refine = number(-1000, 1000);
       o.refine_given = true;
+    } else if (name == "--target") {
+      const std::string text = take();
+      char *end = nullptr;
+      errno = 0;
+      const double v = std::strtod(text.c_str(), &end);
+      if (text.empty() || errno != 0 || end != text.c_str() + text.size() || !(v >= 0.0) ||
+          !(v < 1.0))
+        fail("option --target needs a backward error in [0, 1), not '" + text + "'", kExitUsage);
+      o.target = v;
     } else if (name == "--nrhs") {
       o.nrhs = number(1, 1000000);
     } else if (name == "--grid") {
@@ -532,6 +551,24 @@ double backward_error(const CsrMatrix &m, const std::vector<double> &x,
   return worst;
 }
 
+// ||b - A x||_inf / ||b||_inf, the largest over the right-hand sides (0
+// for a zero b).
+double relative_residual(const CsrMatrix &m, const std::vector<double> &x,
+                         const std::vector<double> &b, int nrhs) {
+  const size_t stride = m.complex ? 2 : 1, len = stride * static_cast<size_t>(m.n);
+  std::vector<double> r(len);
+  double worst = 0.0;
+  for (int c = 0; c < nrhs; ++c) {
+    const double *xc = x.data() + len * c, *bc = b.data() + len * c;
+    multiply(m, xc, r.data());
+    for (size_t k = 0; k < len; ++k) r[k] = bc[k] - r[k];
+    const double bn = norm_inf(bc, m.n, m.complex);
+    const double e = bn > 0.0 ? norm_inf(r.data(), m.n, m.complex) / bn : 0.0;
+    if (!(e <= worst)) worst = e;  // NaN stays
+  }
+  return worst;
+}
+
 // ||x - x_known||_inf / ||x_known||_inf, the largest over the right-hand sides.
 double forward_error(const std::vector<double> &x, const std::vector<double> &known, int32_t n,
                      int nrhs, bool complex) {
@@ -606,14 +643,18 @@ RightHandSide make_rhs(const Options &o, const Problem &p) {
 struct Outcome {
   int error = 0;
   int phase = 0;                  // the phase that failed
-  double seconds[3] = {0, 0, 0};  // analysis, factorization, solve
+  double seconds[3] = {0, 0, 0};  // analysis, factorization, solve (with the policy)
   std::array<int, 64> iparm{};    // after the last phase run
   int factor_nnz = 0, mflop = 0, perturbed = 0, positive = 0, negative = 0, steps = 0;
   int threads = 0;
+  vmcli::AccuracyReport accuracy;
   std::vector<double> x;
 };
 
-Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSide &rhs) {
+// Analysis, factorization and the solve to the target on one handle;
+// `matching` is iparm(13) and iparm(11), or -1 for the type's defaults.
+Outcome run_solver(const Options &o, int mtype, int matching, CsrMatrix *a,
+                   const RightHandSide &rhs) {
   Outcome out;
   std::array<void *, 64> pt{};
   std::array<double, 64> dparm{};
@@ -627,7 +668,10 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
   if (o.ordering >= 0) iparm[1] = o.ordering;
   iparm[2] = o.threads;
   if (o.refine_given) iparm[7] = o.refine;
-  if (o.matching >= 0) iparm[12] = o.matching;
+  if (matching >= 0) {
+    iparm[12] = matching;
+    iparm[10] = matching;  // scaling goes with the matching
+  }
   const int maxfct = 1, mnum = 1, msglvl = o.verbose ? 1 : 0, n = a->n, nrhs = rhs.nrhs;
   std::vector<int> perm(static_cast<size_t>(n), 0);
   std::vector<double> b = rhs.b;  // the library's copy; rhs.b stays for the residual
@@ -638,8 +682,19 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
     int phase = phases[s];
     std::fflush(stdout);
     const auto start = std::chrono::steady_clock::now();
-    velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a->a.data(), a->ia.data(), a->ja.data(),
-            perm.data(), &nrhs, iparm, &msglvl, b.data(), out.x.data(), &error, dparm.data());
+    if (phase == 33 && o.target > 0.0) {
+      const vmcli::SystemView view{mtype, a->n, a->ia.data(), a->ja.data(), a->a.data()};
+      const vmcli::HandleView handle{pt.data(), iparm, dparm.data(), perm.data(), msglvl};
+      vmcli::AccuracyGoal goal;
+      goal.target = o.target;
+      out.accuracy = vmcli::solve_to_target(view, handle, nrhs, b.data(), out.x.data(), goal);
+      error = out.accuracy.error;
+      iparm[6] = out.accuracy.first_steps;
+    } else {
+      velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a->a.data(), a->ia.data(),
+              a->ja.data(), perm.data(), &nrhs, iparm, &msglvl, b.data(), out.x.data(), &error,
+              dparm.data());
+    }
     out.seconds[s] = seconds_since(start);
     std::fflush(stdout);
     progress(kNames[s], out.seconds[s]);
@@ -669,10 +724,46 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
   return out;
 }
 
+// The types whose matching and scaling can be switched.
+bool has_matching_choice(int mtype) {
+  return mtype == 11 || mtype == 13 || mtype == -2 || mtype == -4 || mtype == 6;
+}
+
 std::string library_failure(const Outcome &r) {
   const char *what = r.phase == 11 ? "analysis" : r.phase == 22 ? "factorization" : "solve";
   std::string text = std::string(what) + " failed with error " + std::to_string(r.error);
   return text + ": " + error_meaning(r.error);
+}
+
+// Why the target was missed, and what to try.
+std::string shortfall(const Outcome &r, const Options &o, int n, const std::string &retry,
+                      bool singular, double unexplained) {
+  const vmcli::AccuracyReport &a = r.accuracy;
+  char buf[400];
+  if (singular) {
+    std::snprintf(buf, sizeof buf,
+                  "numerically singular: %d of %d pivots perturbed, residual not reduced "
+                  "(||b - A x||_inf / ||b||_inf = %.2g): no x solves the system",
+                  r.perturbed, n, unexplained);
+    return buf;
+  }
+  std::string did = "after the first solve";
+  if (a.refined >= 0.0) did += ", " + std::to_string(a.refined_steps) + " refinement steps";
+  if (a.krylov >= 0.0) did += ", " + std::to_string(a.krylov_iterations) + " FGMRES iterations";
+  if (!retry.empty()) did += " and a refactorization with the other matching";
+  std::string tries = "try another --ordering";
+  if (o.matching >= 0) tries += o.matching != 0 ? " or --matching 0" : " or --matching 1";
+  if (std::isfinite(a.best) && a.best < 1e-3) {
+    char accept[64];
+    std::snprintf(accept, sizeof accept, ", or --target %.0e to accept the answer",
+                  std::pow(10.0, std::ceil(std::log10(a.best))));
+    tries += accept;
+  }
+  std::snprintf(buf, sizeof buf,
+                "backward error %.1e above the target %.0e %s: the matrix may be singular or "
+                "too ill-conditioned; %s",
+                a.best, o.target, did.c_str(), tries.c_str());
+  return buf;
 }
 
 std::string megabytes(int kb) {
@@ -704,16 +795,52 @@ int run(int argc, char **argv) {
   keep_off_diagonal_path(&stored);
   const RightHandSide rhs = make_rhs(o, p);
 
-  Outcome r = run_solver(o, mtype, &stored, rhs);
+  // No factorization can solve a structurally singular system.
+  const vmcli::SystemView whole{11, p.full.n, p.full.ia.data(), p.full.ja.data(), p.full.a.data()};
+  const int32_t rank = vmcli::structural_rank(whole);
+  if (rank < p.full.n)
+    fail(p.name + ": the matrix is structurally singular: its structural rank is " +
+         std::to_string(rank) + " of " + std::to_string(p.full.n) +
+         " (rows and columns that no pivot order can pair)");
+
+  Outcome r = run_solver(o, mtype, o.matching, &stored, rhs);
   std::string fallback;
   if (auto_mtype && (mtype == 2 || mtype == 4) && r.error == VELMORA_ERR_FACTOR && r.phase == 22) {
     fallback = "; " + std::to_string(mtype) + " stopped at a non-positive pivot";
     mtype = -mtype;
-    r = run_solver(o, mtype, &stored, rhs);
+    r = run_solver(o, mtype, o.matching, &stored, rhs);
   }
   if (r.error != 0) fail(p.name + ": " + library_failure(r));
 
+  // The last resort: a new factorization with the other matching and
+  // scaling choice, kept when it does better.
+  std::string retry;
+  if (o.target > 0.0 && !r.accuracy.reached && o.matching < 0 && has_matching_choice(mtype)) {
+    const int other = r.iparm[12] != 0 ? 0 : 1;
+    Outcome again = run_solver(o, mtype, other, &stored, rhs);
+    char buf[160];
+    if (again.error != 0) {
+      std::snprintf(buf, sizeof buf, "matching %d failed with error %d: the first run kept", other,
+                    again.error);
+    } else {
+      const bool better = again.accuracy.best < r.accuracy.best;
+      std::snprintf(buf, sizeof buf, "%.2e with matching %d and scaling %d, %d pivots perturbed%s",
+                    again.accuracy.best, other, again.iparm[10], again.perturbed,
+                    better ? ": kept" : ": the first run kept");
+      if (better) {
+        for (int s = 0; s < 3; ++s) again.seconds[s] += r.seconds[s];
+        r = std::move(again);
+      }
+    }
+    retry = buf;
+  }
+
   const double berr = backward_error(p.full, r.x, rhs.b, rhs.nrhs);
+  // A tiny backward error can also come from a huge x: on a singular
+  // matrix, with b outside its range, the Krylov steps grow x along the
+  // kernel.  An x that leaves half of b unexplained solves nothing.
+  const double unexplained = relative_residual(p.full, r.x, rhs.b, rhs.nrhs);
+  const bool singular = o.target > 0.0 && unexplained >= 0.5;
   const bool known = !rhs.known.empty();
   const double ferr = known ? forward_error(r.x, rhs.known, p.full.n, rhs.nrhs, p.complex) : 0.0;
 
@@ -739,11 +866,25 @@ int run(int argc, char **argv) {
   std::printf("factors         %d nonzeros, %d Mflop\n", r.factor_nnz, r.mflop);
   std::printf("memory          analysis %s, factorization and solve %s\n",
               megabytes(ip[14]).c_str(), megabytes(std::max(ip[15], 0) + ip[16]).c_str());
-  std::printf("perturbed       %d pivots\n", r.perturbed);
+  if (r.perturbed > 0)
+    std::printf("perturbed       %d pivots (tiny ones replaced: A may be singular or nearly so)\n",
+                r.perturbed);
+  else
+    std::printf("perturbed       0 pivots\n");
   if (is_symmetric_mtype(mtype))
     std::printf("inertia         %d positive, %d negative, %d zero\n", r.positive, r.negative,
                 n - r.positive - r.negative);
   std::printf("refinement      %d steps (iparm(8) = %d)\n", r.steps, ip[7]);
+  const vmcli::AccuracyGoal goal;
+  if (o.target > 0.0) {
+    for (const auto &line : vmcli::describe(r.accuracy, goal))
+      std::printf("%-16s%s\n", line.first.c_str(), line.second.c_str());
+    if (!retry.empty()) std::printf("refactored      %s\n", retry.c_str());
+    std::printf("target          %.1e %s\n", o.target,
+                singular             ? "not reached: the residual is not reduced"
+                : r.accuracy.reached ? "reached"
+                                     : "not reached");
+  }
   std::printf("time            analysis %.3f s, factorization %.3f s, solve %.3f s\n", r.seconds[0],
               r.seconds[1], r.seconds[2]);
   if (r.seconds[1] > 0.0 && r.mflop > 0)
@@ -755,6 +896,8 @@ int run(int argc, char **argv) {
   if (known) std::printf("error           %.2e  ||x - x_known||_inf / ||x_known||_inf\n", ferr);
   if (!o.output.empty()) std::printf("solution        written to %s\n", o.output.c_str());
   std::fflush(stdout);
+  if (singular || (o.target > 0.0 && !r.accuracy.reached))
+    fail(p.name + ": " + shortfall(r, o, n, retry, singular, unexplained));
   return kExitOk;
 }
 
