@@ -818,15 +818,22 @@ int run(int argc, char **argv) {
   if (o.target > 0.0 && !r.accuracy.reached && o.matching < 0 && has_matching_choice(mtype)) {
     const int other = r.iparm[12] != 0 ? 0 : 1;
     Outcome again = run_solver(o, mtype, other, &stored, rhs);
-    char buf[160];
+    char buf[300];
     if (again.error != 0) {
       std::snprintf(buf, sizeof buf, "matching %d failed with error %d: the first run kept", other,
                     again.error);
     } else {
       const bool better = again.accuracy.best < r.accuracy.best;
-      std::snprintf(buf, sizeof buf, "%.2e with matching %d and scaling %d, %d pivots perturbed%s",
-                    again.accuracy.best, other, again.iparm[10], again.perturbed,
-                    better ? ": kept" : ": the first run kept");
+      const int used = std::snprintf(buf, sizeof buf,
+                                     "%.2e with matching %d and scaling %d, %d pivots perturbed",
+                                     again.accuracy.best, other, again.iparm[10], again.perturbed);
+      if (better)
+        std::snprintf(buf + used, sizeof buf - used,
+                      ": kept, the stages above are its own (the first factorization ended at "
+                      "%.2e)",
+                      r.accuracy.best);
+      else
+        std::snprintf(buf + used, sizeof buf - used, ": not kept");
       if (better) {
         for (int s = 0; s < 3; ++s) again.seconds[s] += r.seconds[s];
         r = std::move(again);
