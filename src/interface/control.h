@@ -145,6 +145,15 @@ struct ControlState {
   std::int64_t work_bytes;    // size of the work group pt(10)
   std::int64_t refine_bytes;  // size of the refinement group pt(11)
   double flops;               // of one numeric factorization
+  // The hybrid iteration (iparm(4)), kept from call to call: the limit and
+  // the stagnation check of the next run, whether the next numeric phase
+  // may iterate (0 after an analysis or a failed run: it factors), the
+  // divergence bound, and the seconds of the last factorization.
+  std::int32_t hybrid_budget;
+  std::int32_t hybrid_check;
+  std::int32_t hybrid_ready;
+  std::int32_t hybrid_div;
+  double hybrid_factor_seconds;
 };
 
 // rctl slots (one-based).

@@ -21,6 +21,7 @@
 #include "factor/workspace.h"
 #include "interface/numeric_driver.h"
 #include "interface/report_error.h"
+#include "solve/pre_cgs.h"
 #include "solve/refine.h"
 #include "solve/solve.h"
 #include "velmora_smat.h"
@@ -324,7 +325,91 @@ int solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr
   return rr.error;
 }
 
+// The settings of the hybrid iteration for the solve `in`.
+HybridSettings hybrid_settings(const CallArgs &c, const ControlBlock *cb, const SolveInput &in) {
+  const ControlState &s = cb->s;
+  HybridSettings h;
+  h.n = in.n;
+  h.nrhs = in.nrhs;
+  h.mtype = s.mtype;
+  h.transposed = s.transposed;
+  h.nthreads = in.nthreads;
+  h.msglvl = c.msglvl && *c.msglvl > 0 ? 1 : 0;
+  // CG for the positive definite types, CGS for every other.
+  h.method = std::abs(s.hybrid_mode) == 2 && is_spd_type(s.mtype) ? 2 : 1;
+  h.tol = rctl(const_cast<ControlBlock *>(cb), kRctlHybridTol);
+  h.budget = s.hybrid_budget;
+  h.check = s.hybrid_check;
+  h.div = s.hybrid_div > 0 ? s.hybrid_div : 10000;
+  return h;
+}
+
+template <class W>
+int hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr_t *row,
+           int (*budget_of)(ControlBlock *, double), HybridRun *run) {
+  void **pt = c.pt;
+  const SolveWorkSize sz = solve_work_size(in);
+  char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
+  int *ints = reinterpret_cast<int *>(base);
+  W *scalars = reinterpret_cast<W *>(base + align8(4 * sz.starts));
+  const SolveWork<W> w = solve_work_carve<W>(sz, scalars, ints);
+  const FactorView<W> f = factor_view<W>(pt, cb, row);
+  auto substitute = [&](const W *rhs, W *out) {
+    SolveInput one = in;
+    one.to_b = rhs == out ? 1 : 0;
+    int error = 0;
+    SOLVE_VELMORA<W>(f, one, reinterpret_cast<double *>(const_cast<W *>(rhs)),
+                     reinterpret_cast<double *>(out), w, &error);
+    return error;
+  };
+  const HybridSettings first = hybrid_settings(c, cb, in);
+  double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
+  const std::int64_t len = std::int64_t{in.n} * in.nrhs;
+  const std::int64_t iteration_doubles = hybrid_work_doubles(first);
+  // With iparm(6) 1 the iterate lives in pt(11), after the iteration's
+  // work, and b stays the caller's until the end.
+  W *b = static_cast<W *>(c.b);
+  W *x = in.to_b ? reinterpret_cast<W *>(work + iteration_doubles) : static_cast<W *>(c.x);
+  const double t0 = omp_get_wtime();
+  SolveInput plain = in;
+  plain.to_b = 0;
+  int error = 0;
+  SOLVE_VELMORA<W>(f, plain, reinterpret_cast<double *>(b), reinterpret_cast<double *>(x), w,
+                   &error);
+  run->solve_seconds = omp_get_wtime() - t0;
+  add_time(cb, kTimeSolve, run->solve_seconds);
+  if (error != 0) return error;
+  if (budget_of(cb, run->solve_seconds) < 1) {  // no iteration allowed
+    run->code = -3;
+    run->iterations = 0;
+    return 0;
+  }
+  const HybridSettings h = hybrid_settings(c, cb, in);
+  const RefineMatrix<W> m{c.ia, c.ja, static_cast<const W *>(c.a)};
+  const double t1 = omp_get_wtime();
+  const HybridResult r = PRE_CGS_VELMORA<W>(h, m, b, x, work, iteration_doubles, substitute);
+  add_time(cb, kTimeCgs, omp_get_wtime() - t1);
+  run->code = r.code;
+  run->iterations = r.iterations;
+  if (r.solve_error != 0) return r.solve_error;
+  if (r.code == 0 && in.to_b) std::copy(x, x + len, b);
+  return 0;
+}
+
 }  // namespace
+
+std::int64_t hybrid_work_bytes(const CallArgs &c, const ControlBlock *cb, const SolveInput &in) {
+  const std::int64_t extra = in.to_b ? std::int64_t{cb->s.complex_factor} * in.n * in.nrhs : 0;
+  return 8 * (hybrid_work_doubles(hybrid_settings(c, cb, in)) + extra);
+}
+
+int numeric_hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in,
+                   int (*budget_of)(ControlBlock *, double), HybridRun *run) {
+  std::intptr_t *row = factor_row(c.pt, *c.mnum);
+  if (row[kRowFactored] != 1) return 10000;
+  return cb->s.complex_factor == 2 ? hybrid<zcomplex>(c, cb, in, row, budget_of, run)
+                                   : hybrid<double>(c, cb, in, row, budget_of, run);
+}
 
 std::int64_t factor_row_bytes(const ControlBlock *cb) {
   return row_layout(cb).bytes;

@@ -40,6 +40,21 @@ std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb, const 
 int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage);
 int numeric_solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, int *stage);
 
+// Bytes of pt(11) for the hybrid iteration of the solve `in`.
+std::int64_t hybrid_work_bytes(const CallArgs &c, const ControlBlock *cb, const SolveInput &in);
+
+// The hybrid solve on the stored factor of row mnum: x0 by one
+// substitution (its seconds in *solve_seconds), the limit of the run from
+// `budget_of`, then the iteration on the caller's matrix in pt(11).
+// Returns 0 or a code of the solve; *code and *iterations are the run's.
+struct HybridRun {
+  int code = 0;
+  int iterations = 0;
+  double solve_seconds = 0.0;
+};
+int numeric_hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in,
+                   int (*budget_of)(ControlBlock *, double), HybridRun *run);
+
 // Stage 4: factorization for phase below 30, then the solve for phase
 // ending in 3.
 int stage_numeric(const CallArgs &c, ControlBlock *cb, int *stage);

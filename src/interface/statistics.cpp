@@ -100,11 +100,6 @@ const char *one_core_reason(const ControlState &s) {
 // Options this build does not serve yet: each one asked for is named, with
 // what ran instead, so that no setting is dropped without a word.
 void print_requests_not_served(const ControlState &s, const int *iparm) {
-  if (s.hybrid_mode != 0)
-    report_line(
-        " < iparm(4) %d: the hybrid CGS/CG iteration is not yet available;"
-        " factorized and solved directly >",
-        iparm[3]);
   if (s.block_nodes > 0)
     report_line(
         " < iparm(53) %d: block-reordering acceleration is not yet available;"
@@ -135,13 +130,16 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
   if (s.schur_size > 0)
     report_line("< Using schur-complement factorization and #nodes: >         %d", s.nnodes);
   // The method line says what ran: the team's factorization, or the
-  // supernodes one after another.  The block-reordering and hybrid lines
-  // come back with those features.
+  // supernodes one after another, or the hybrid iteration.  The
+  // block-reordering line comes back with that feature.
   if (s.distributed != 0)
     report_line(" < Using block-reordering acceleration #blocknodes >          %d ", s.block_nodes);
-  report_line(factor_runs_parallel(s) || factor_runs_distributed(s)
-                  ? " < Numerical Factorization with BLAS3 and O(n) synchronization >"
-                  : " < Numerical Factorization with Level-3 BLAS performance >");
+  if (s.hybrid_mode > 0)
+    report_line(" < Hybrid Solver VELMORA with CGS/CG Iteration >");
+  else
+    report_line(factor_runs_parallel(s) || factor_runs_distributed(s)
+                    ? " < Numerical Factorization with BLAS3 and O(n) synchronization >"
+                    : " < Numerical Factorization with Level-3 BLAS performance >");
   print_requests_not_served(s, c.iparm);
   if (s.transposed == 0) report_line(" < Linear system Ax = b> ");
   if (s.transposed == 1) report_line(" < Linear system Ax = b> <transpose> ");

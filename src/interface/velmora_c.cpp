@@ -408,11 +408,180 @@ int grow_work(const CallArgs &c, ControlBlock *cb, std::int64_t bytes, Failure *
   return 0;
 }
 
+// The factorization of this call: the factor block of row mnum (made or
+// regrown), the work group, stage 4's factorization, and its counters in
+// iparm.  Returns 0 or the code; *st the result class.
+int factor_step(const CallArgs &c, ControlBlock *cb, const SolveInput &in, Failure *f, int *st) {
+  void **pt = c.pt;
+  int *iparm = c.iparm;
+  std::intptr_t *row = factor_row(pt, *c.mnum);
+  const std::int64_t need = factor_row_bytes(cb);
+  if (row[kRowValues] == 0 || row[kRowBytes] < need) {
+    release_factor_row(pt, *c.mnum);
+    void *block = nullptr;
+    const int code = group_alloc(cb, &block, need, -1100);
+    if (code != 0) {
+      *f = Failure{-2, code};
+      f->bytes = need;
+      return code;
+    }
+    row[kRowValues] = reinterpret_cast<std::intptr_t>(block);
+    row[kRowTag] = row[kRowValues];
+    row[kRowBytes] = need;
+    row[kRowFactored] = 0;
+  }
+  // The work group takes the solve's share too, for the right-hand sides
+  // of this call, so that solves after a factorization find it big enough.
+  const bool rhs_known = c.nrhs != nullptr && *c.nrhs >= 1;
+  if (grow_work(c, cb, numeric_work_bytes(cb, true, rhs_known ? &in : nullptr), f) != 0)
+    return f->code;
+  const double t0 = omp_get_wtime();
+  const int code = numeric_factorize(c, cb, st);
+  cb->s.hybrid_factor_seconds = omp_get_wtime() - t0;
+  ip(iparm, 14) = cb->s.perturbed_pivots;
+  ip(iparm, 22) = cb->s.inertia_pos;
+  ip(iparm, 23) = cb->s.inertia_neg;
+  if (cb->s.determinant == 1 && c.dparm) {
+    c.dparm[32] = rctl(cb, kRctlLogDet2);
+    const int t = cb->s.mtype;
+    if (t == 3 || t == 6 || t == 13) c.dparm[31] = rctl(cb, kRctlLogDet1);
+  }
+  return code;
+}
+
+// The solve of this call with its refinement, whose right-hand side lives
+// in pt(11) only.
+int solve_step(const CallArgs &c, ControlBlock *cb, const SolveInput &in, Failure *f, int *st) {
+  void **pt = c.pt;
+  int *iparm = c.iparm;
+  if (*c.phase == 33) {
+    // A caller may declare the factor perturbed so that the solve refines.
+    if (ip(iparm, 14) > 0) cb->s.perturbed_pivots = ip(iparm, 14);
+  }
+  if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->code;
+  const std::int64_t refine = refine_work_bytes(c, cb, in);
+  if (refine > 0) {
+    const int failed = group_alloc(cb, &pt_slot(pt, kPtRefineWork), refine, -1300);
+    if (failed != 0) {
+      *f = Failure{-2, failed};
+      f->bytes = refine;
+      return failed;
+    }
+    cb->s.refine_bytes = refine;
+  }
+  *st = kStageNumeric;
+  const int code = numeric_solve(c, cb, in, st);
+  group_release(&pt_slot(pt, kPtRefineWork));
+  cb->s.refine_bytes = 0;
+  ip(iparm, 7) = cb->s.refine_steps;
+  return code;
+}
+
+// The limit of the next hybrid run from the seconds of a solve, and its
+// stagnation check; `after_factor` is the form that follows a
+// factorization (at most 100, none for an unmeasurable solve).  A limit
+// below 1 makes the next numeric phase factor.  Returns the limit.
+int set_hybrid_budget(ControlBlock *cb, double solve_seconds, bool after_factor) {
+  ControlState &s = cb->s;
+  const int k = s.hybrid_mode;
+  int m = 0;
+  if (solve_seconds > 1.000000013351432e-10) {
+    const double t =
+        std::abs(k) * 3.0 * s.hybrid_factor_seconds / solve_seconds * 0.44999998807907104 + 1.0;
+    m = t >= 1e9 ? 1000000000 : static_cast<int>(t);
+    if (after_factor)
+      m = std::min(m, 100);
+    else if (m >= 101)
+      m = k >= 1 ? 100 : 150;
+    else if (k < 0)
+      m = 150;
+  } else {
+    m = after_factor || k >= 0 ? 0 : 150;
+  }
+  s.hybrid_budget = m;
+  s.hybrid_check = static_cast<int>(static_cast<float>(m) * 0.5f + 1.0f);
+  if (m < 1) s.hybrid_ready = 0;
+  return m;
+}
+
+int budget_before_iteration(ControlBlock *cb, double solve_seconds) {
+  return set_hybrid_budget(cb, solve_seconds, false);
+}
+
+// Numeric work with iparm(4) set: a factorization only when the last run
+// asks for it (or no factor is stored); otherwise the iteration on the
+// old factor, and when it fails in a factorizing phase, the factorization
+// after all, once.
+int run_hybrid(const CallArgs &c, ControlBlock *cb, Failure *f) {
+  int *iparm = c.iparm;
+  ControlState &s = cb->s;
+  const int phase = *c.phase;
+  const bool solve = phase % 10 == 3;
+  const SolveInput in = solve_input(c, cb);
+  const bool stored = factor_row(c.pt, *c.mnum)[kRowFactored] == 1;
+  bool factor_now = false;
+  if (phase < 30) {
+    factor_now = s.hybrid_ready == 0 || (s.hybrid_mode > 0 && s.hybrid_budget < 5) ||
+                 ip(iparm, 20) < 0 || !stored;
+  }
+  bool factored = false;
+  int code = 0, st = kStageNumeric;
+  for (;;) {
+    if (factor_now) {
+      code = factor_step(c, cb, in, f, &st);
+      if (code != 0) break;
+      factored = true;
+      s.hybrid_ready = 1;
+    }
+    if (!solve) break;
+    if (factored) {  // the plain solve, which also measures the next limit
+      const double t0 = omp_get_wtime();
+      code = solve_step(c, cb, in, f, &st);
+      set_hybrid_budget(cb, omp_get_wtime() - t0, true);
+      break;
+    }
+    if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->result;
+    const std::int64_t bytes = hybrid_work_bytes(c, cb, in);
+    const int failed = group_alloc(cb, &pt_slot(c.pt, kPtRefineWork), bytes, -1300);
+    if (failed != 0) {
+      *f = Failure{-2, failed};
+      f->bytes = bytes;
+      return f->result;
+    }
+    HybridRun run;
+    code = numeric_hybrid(c, cb, in, budget_before_iteration, &run);
+    group_release(&pt_slot(c.pt, kPtRefineWork));
+    ip(iparm, 7) = 0;
+    if (code != 0) {
+      st = -4;
+      break;
+    }
+    if (run.code == -3 && run.iterations == 0) {
+      ip(iparm, 20) = -5;  // the limit allowed no iteration
+    } else {
+      ip(iparm, 20) = run.code != 0 ? run.code - 10 * run.iterations : run.iterations;
+    }
+    if (run.code == 0) break;
+    s.hybrid_ready = 0;
+    if (phase < 30 && s.hybrid_mode > 0) {  // once, with the limit kept
+      factor_now = true;
+      continue;
+    }
+    *f = Failure{-4, -3};
+    return f->result;
+  }
+  if (code == kCodeNotAvailable) {
+    *f = Failure{-1, kCodeNotAvailable, 0, 0, factored ? "numerical factorization" : "solve"};
+  } else if (code != 0 && f->result == 0) {
+    f->result = st < 0 ? st : -4;
+    f->code = code;
+  }
+  return f->result;
+}
+
 // Numeric work: the factor block of row mnum and the work group, then
 // stage 4.  Counters of the factorization go to iparm.
 int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
-  void **pt = c.pt;
-  int *iparm = c.iparm;
   const int phase = *c.phase;
   const bool factor = phase < 30;
   const bool solve = phase % 10 == 3;
@@ -420,66 +589,15 @@ int run_numeric(const CallArgs &c, ControlBlock *cb, Failure *f) {
     *f = Failure{-1, 3, *c.maxfct, *c.mnum};
     return f->result;
   }
-  std::intptr_t *row = factor_row(pt, *c.mnum);
-  if (factor) {
-    const std::int64_t need = factor_row_bytes(cb);
-    if (row[kRowValues] == 0 || row[kRowBytes] < need) {
-      release_factor_row(pt, *c.mnum);
-      void *block = nullptr;
-      const int code = group_alloc(cb, &block, need, -1100);
-      if (code != 0) {
-        *f = Failure{-2, code};
-        f->bytes = need;
-        return f->result;
-      }
-      row[kRowValues] = reinterpret_cast<std::intptr_t>(block);
-      row[kRowTag] = row[kRowValues];
-      row[kRowBytes] = need;
-      row[kRowFactored] = 0;
-    }
-  }
+  if (cb->s.hybrid_mode != 0) return run_hybrid(c, cb, f);
   // The factorization runs first, on its own; then the solve with its
-  // refinement, whose right-hand side lives in pt(11) only.
+  // refinement.
   int code = 0, st = kStageNumeric;
   const SolveInput in = solve_input(c, cb);
-  if (factor) {
-    // The work group takes the solve's share too, for the right-hand sides
-    // of this call, so that solves after a factorization find it big enough.
-    const bool rhs_known = c.nrhs != nullptr && *c.nrhs >= 1;
-    if (grow_work(c, cb, numeric_work_bytes(cb, true, rhs_known ? &in : nullptr), f) != 0)
-      return f->result;
-    code = numeric_factorize(c, cb, &st);
-    ip(iparm, 14) = cb->s.perturbed_pivots;
-    ip(iparm, 22) = cb->s.inertia_pos;
-    ip(iparm, 23) = cb->s.inertia_neg;
-    if (cb->s.determinant == 1 && c.dparm) {
-      c.dparm[32] = rctl(cb, kRctlLogDet2);
-      const int t = cb->s.mtype;
-      if (t == 3 || t == 6 || t == 13) c.dparm[31] = rctl(cb, kRctlLogDet1);
-    }
-  }
-  if (code == 0 && solve) {
-    if (phase == 33) {
-      // A caller may declare the factor perturbed so that the solve refines.
-      if (ip(iparm, 14) > 0) cb->s.perturbed_pivots = ip(iparm, 14);
-    }
-    if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->result;
-    const std::int64_t refine = refine_work_bytes(c, cb, in);
-    if (refine > 0) {
-      const int failed = group_alloc(cb, &pt_slot(pt, kPtRefineWork), refine, -1300);
-      if (failed != 0) {
-        *f = Failure{-2, failed};
-        f->bytes = refine;
-        return f->result;
-      }
-      cb->s.refine_bytes = refine;
-    }
-    st = kStageNumeric;
-    code = numeric_solve(c, cb, in, &st);
-    group_release(&pt_slot(pt, kPtRefineWork));
-    cb->s.refine_bytes = 0;
-    ip(iparm, 7) = cb->s.refine_steps;
-  }
+  if (factor) code = factor_step(c, cb, in, f, &st);
+  if (f->result != 0) return f->result;
+  if (code == 0 && solve) code = solve_step(c, cb, in, f, &st);
+  if (f->result != 0) return f->result;
   if (code == kCodeNotAvailable) {
     *f = Failure{-1, kCodeNotAvailable, 0, 0, factor ? "numerical factorization" : "solve"};
   } else if (code != 0) {

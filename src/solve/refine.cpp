@@ -64,35 +64,6 @@ double residual_sum(const double *b, double *r, std::int64_t len) {
   return s0 + s1;
 }
 
-// The text of the edit descriptor e12.3: "   0.123E+01", the exponent
-// without its letter when it needs three digits.
-void edit_e12_3(double v, char *out, std::size_t size) {
-  char body[24];
-  if (std::isnan(v)) {
-    std::snprintf(body, sizeof body, "NaN");
-  } else if (std::isinf(v)) {
-    std::snprintf(body, sizeof body, "%s", v < 0 ? "-Infinity" : "Infinity");
-  } else {
-    const char *sign = std::signbit(v) ? "-" : "";
-    if (v == 0.0) {
-      std::snprintf(body, sizeof body, "%s0.000E+00", sign);
-    } else {
-      char m[24];  // d.dde+xx: the same three significant digits, rounded once
-      std::snprintf(m, sizeof m, "%.2e", std::fabs(v));
-      const int e = std::atoi(m + 5) + 1;
-      const int ae = std::abs(e);
-      if (ae <= 99) {
-        std::snprintf(body, sizeof body, "%s0.%c%c%cE%c%02d", sign, m[0], m[2], m[3],
-                      e < 0 ? '-' : '+', ae);
-      } else {
-        std::snprintf(body, sizeof body, "%s0.%c%c%c%c%03d", sign, m[0], m[2], m[3],
-                      e < 0 ? '-' : '+', ae);
-      }
-    }
-  }
-  std::snprintf(out, size, "%12s", body);
-}
-
 // The text of f3.0 for a step number: " 1.", "12.", "***" above 99.
 void edit_f3_0(int it, char *out, std::size_t size) {
   if (it >= 0 && it <= 99) {
@@ -161,6 +132,35 @@ int product_team(const RefineSettings &s, std::int64_t room) {
 }
 
 }  // namespace
+
+// The text of the edit descriptor e12.3: "   0.123E+01", the exponent
+// without its letter when it needs three digits.
+void edit_e12_3(double v, char *out, std::size_t size) {
+  char body[24];
+  if (std::isnan(v)) {
+    std::snprintf(body, sizeof body, "NaN");
+  } else if (std::isinf(v)) {
+    std::snprintf(body, sizeof body, "%s", v < 0 ? "-Infinity" : "Infinity");
+  } else {
+    const char *sign = std::signbit(v) ? "-" : "";
+    if (v == 0.0) {
+      std::snprintf(body, sizeof body, "%s0.000E+00", sign);
+    } else {
+      char m[24];  // d.dde+xx: the same three significant digits, rounded once
+      std::snprintf(m, sizeof m, "%.2e", std::fabs(v));
+      const int e = std::atoi(m + 5) + 1;
+      const int ae = std::abs(e);
+      if (ae <= 99) {
+        std::snprintf(body, sizeof body, "%s0.%c%c%cE%c%02d", sign, m[0], m[2], m[3],
+                      e < 0 ? '-' : '+', ae);
+      } else {
+        std::snprintf(body, sizeof body, "%s0.%c%c%c%c%03d", sign, m[0], m[2], m[3],
+                      e < 0 ? '-' : '+', ae);
+      }
+    }
+  }
+  std::snprintf(out, size, "%12s", body);
+}
 
 RefineSettings refine_settings(const int *iparm, int n, int nrhs, int mtype, int transposed,
                                int perturbed, int nthreads, int msglvl) {

@@ -30,6 +30,7 @@
 #ifndef VELMORA_SOLVE_REFINE_H
 #define VELMORA_SOLVE_REFINE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <type_traits>
@@ -139,6 +140,9 @@ class SolveRef {
 template <class T>
 RefineResult REFINE_VELMORA(const RefineSettings &s, const RefineMatrix<T> &m, T *b, T *x,
                             double *work, std::int64_t work_len, SolveRef<T> solve);
+
+// The text of a Fortran e12.3 edit of v, as the report lines print it.
+void edit_e12_3(double v, char *out, std::size_t size);
 
 }  // namespace vm
 
