@@ -789,6 +789,13 @@ std::string shortfall(const Outcome &r, const Options &o, int n, const std::stri
   if (a.refined >= 0.0) did += ", " + std::to_string(a.refined_steps) + " refinement steps";
   if (a.krylov >= 0.0) did += ", " + std::to_string(a.krylov_iterations) + " FGMRES iterations";
   if (!retry.empty()) did += " and a refactorization with the other matching";
+  if (o.target < 1e-16) {
+    std::snprintf(buf, sizeof buf,
+                  "backward error %.1e above the target %.0e: a target below about 1e-16 asks "
+                  "for more than the rounding of double precision allows",
+                  a.best, o.target);
+    return buf;
+  }
   std::string tries = "try another --ordering";
   if (o.matching >= 0) tries += o.matching != 0 ? " or --matching 0" : " or --matching 1";
   if (std::isfinite(a.best) && a.best < 1e-3) {
