@@ -117,4 +117,4 @@ def solve_to_target(A, solve, B, target):
         krylov = e.max()
     best = e.max()
     return X, Accuracy(first, refined, krylov, iterations, best,
-                       bool(best <= target)), steps
+                       bool(target <= 0 or best <= target)), steps

@@ -3,8 +3,9 @@
 The library is looked for, in this order:
 
 1. the file named by the environment variable ``VELMORA_LIBRARY``;
-2. the folder recorded when the package was installed beside the library
-   (``cmake --install`` writes it into ``_install.py``);
+2. the place recorded when the package was installed beside the library
+   (``cmake --install`` writes it into ``_install.py``, relative to the
+   package);
 3. the build tree of a source checkout (``build/`` beside ``python/``);
 4. the system's loader (``libvelmora.so.0`` on the loader's path).
 """
@@ -89,7 +90,7 @@ def _candidates():
     here = pathlib.Path(__file__).resolve().parent
     try:
         from . import _install
-        yield str((here / _install.LIBRARY_DIR / "libvelmora.so.0").resolve())
+        yield str((here / _install.LIBRARY).resolve())
     except ImportError:
         pass
     yield str(here.parent.parent / "build" / "libvelmora.so.0")
