@@ -5,6 +5,7 @@ counts, refusals by the codes the caller sees."""
 import doctest
 import os
 import pathlib
+import runpy
 import warnings
 
 import numpy as np
@@ -216,6 +217,11 @@ def test_handles_are_released():
     assert resident_kb() - before < 16000  # 1000 handles kept: 64 MB
 
 
-def test_doctests():
+def test_doctests_and_examples(capsys):
     for module in (velmora, velmora._solver):
         assert doctest.testmod(module).failed == 0
+    examples = pathlib.Path(__file__).resolve().parents[2] / "examples/python"
+    for path in sorted(examples.glob("*.py")):
+        runpy.run_path(str(path), run_name="__main__")
+    out = capsys.readouterr().out
+    assert "inertia (400, 100, 0)" in out and "after new values" in out
