@@ -120,7 +120,8 @@ def run(runs):
                 answers[label] = x
         row = [name, A.shape[0], A.nnz]
         for label, _ in SOLVERS:
-            row += [statistics.median(times[label]), berr(A, answers[label], b)]
+            row += [statistics.median(times[label]),
+                    berr(A, answers[label], b)]
         rows.append(row)
         print(" | ".join(str(v) for v in row), flush=True)
     return rows

@@ -24,15 +24,18 @@ system's loader.
 >>> x = velmora.spsolve(A, b)
 >>> bool(np.linalg.norm(A @ x - b) < 1e-12 * np.linalg.norm(b))
 True
->>> velmora.spsolve(A[:, :49], b[:49])
-Traceback (most recent call last):
-...
-velmora._library.VelmoraError: the matrix is 50 x 49, not square: only square systems are solved
+>>> try:
+...     velmora.spsolve(A[:, :49], b[:49])
+... except velmora.VelmoraError as e:
+...     print(e.code, e)
+-1 the matrix is 50 x 49, not square: only square systems are solved
 """
 
 from ._accuracy import Accuracy
 from ._library import VelmoraError
 from ._solver import AccuracyWarning, Inertia, Solver, spsolve
+
+VelmoraError.__module__ = AccuracyWarning.__module__ = __name__
 
 __all__ = ["spsolve", "Solver", "VelmoraError", "AccuracyWarning",
            "Inertia", "Accuracy"]

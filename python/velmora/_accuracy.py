@@ -110,9 +110,11 @@ def solve_to_target(A, solve, B, target):
         better = e2 < e
         X[:, better], e[better] = X2[:, better], e2[better]
     if target > 0 and e.max() > target:
+        def precondition(v):
+            return solve(v[:, None], 0)[0][:, 0]
         for c in np.flatnonzero(e > target):
-            X[:, c], e[c], used = fgmres(A, lambda v: solve(v[:, None], 0)[0][:, 0],
-                                         anorm, B[:, c], X[:, c], target)
+            X[:, c], e[c], used = fgmres(A, precondition, anorm, B[:, c],
+                                         X[:, c], target)
             iterations += used
         krylov = e.max()
     best = e.max()

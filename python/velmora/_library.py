@@ -26,7 +26,8 @@ MEANINGS = {
     ERR_REORDER: "the reordering failed",
     ERR_FACTOR: "zero or negative pivot: the numerical factorization failed",
     ERR_INTERNAL: "unclassified internal error",
-    ERR_PREORDER: "the preordering failed: the matrix is structurally singular",
+    ERR_PREORDER: "the preordering failed: the matrix is structurally "
+                  "singular",
     ERR_SILENT: "inconsistent input, or an option not available in this "
                 "build; verbose=True prints the library's reason",
     ERR_OVERFLOW: "the factors overflow the 32-bit integers of the library",

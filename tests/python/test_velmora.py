@@ -17,9 +17,9 @@ import scipy.sparse.linalg as spla
 import velmora
 import velmora._solver
 
-MATRICES = pathlib.Path(os.environ.get(
-    "VELMORA_MATRIX_DIR",
-    pathlib.Path(__file__).resolve().parents[2] / ".." / "shared" / "matrices"))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+MATRICES = pathlib.Path(os.environ.get("VELMORA_MATRIX_DIR",
+                                       ROOT / ".." / "shared" / "matrices"))
 
 
 def berr(A, x, b):
@@ -209,7 +209,8 @@ def test_handles_are_released():
 
     def resident_kb():
         with open("/proc/self/statm") as f:
-            return int(f.read().split()[1]) * os.sysconf("SC_PAGE_SIZE") // 1024
+            pages = int(f.read().split()[1])
+        return pages * os.sysconf("SC_PAGE_SIZE") // 1024
 
     cycles(50)
     before = resident_kb()
@@ -220,8 +221,7 @@ def test_handles_are_released():
 def test_doctests_and_examples(capsys):
     for module in (velmora, velmora._solver):
         assert doctest.testmod(module).failed == 0
-    examples = pathlib.Path(__file__).resolve().parents[2] / "examples/python"
-    for path in sorted(examples.glob("*.py")):
+    for path in sorted((ROOT / "examples" / "python").glob("*.py")):
         runpy.run_path(str(path), run_name="__main__")
     out = capsys.readouterr().out
     assert "inertia (400, 100, 0)" in out and "after new values" in out
