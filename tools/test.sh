@@ -2,9 +2,9 @@
 # Installs what is missing, then builds and runs every test twice: in a
 # release build with warnings as errors (with the installed-package tests of
 # C and Fortran consumers, and the Python package's tests), and in a build
-# with AddressSanitizer and UndefinedBehaviorSanitizer.  Then the tests that run the parallel regions
-# (label parallel) once more under ThreadSanitizer.  Source formatting is
-# checked first.
+# with AddressSanitizer and UndefinedBehaviorSanitizer.  Then the tests that
+# run the parallel regions (label parallel) once more under ThreadSanitizer.
+# Source formatting is checked first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/deps.sh clang-format python3-numpy python3-scipy python3-pytest
