@@ -284,6 +284,35 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   return status;
 }
 
+// One substitution with the stored factor of `row` (element type F) on the
+// work group, for vectors of the working type W; the solve converts as it
+// gathers and scatters.  rhs == out solves in place.
+template <class F, class W>
+class Substitution {
+ public:
+  Substitution(const CallArgs &c, const ControlBlock *cb, const SolveInput &in, std::intptr_t *row)
+      : in_(in), w_(carve(c.pt, in)), f_(factor_view<F>(c.pt, cb, row)) {}
+  int operator()(const W *rhs, W *out) const {
+    SolveInput one = in_;
+    one.to_b = rhs == out ? 1 : 0;
+    int error = 0;
+    SOLVE_VELMORA<F>(f_, one, reinterpret_cast<double *>(const_cast<W *>(rhs)),
+                     reinterpret_cast<double *>(out), w_, &error);
+    return error;
+  }
+
+ private:
+  static SolveWork<F> carve(void **pt, const SolveInput &in) {
+    const SolveWorkSize sz = solve_work_size(in);
+    char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
+    return solve_work_carve<F>(sz, reinterpret_cast<F *>(base + align8(4 * sz.starts)),
+                               reinterpret_cast<int *>(base));
+  }
+  const SolveInput &in_;
+  const SolveWork<F> w_;
+  const FactorView<F> f_;
+};
+
 // The solve of phase 33 with its refinement: the refinement loop runs the
 // first solve itself and then corrects, when it is asked for or pivots
 // were perturbed, in the work group pt(11).  F is the element type of the
@@ -297,20 +326,7 @@ int solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr
   static_assert(sizeof(W) >= sizeof(F), "refinement works at least at the factor's precision");
   void **pt = c.pt;
   ControlState &s = cb->s;
-  const SolveWorkSize sz = solve_work_size(in);
-  char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
-  int *ints = reinterpret_cast<int *>(base);
-  F *scalars = reinterpret_cast<F *>(base + align8(4 * sz.starts));
-  const SolveWork<F> w = solve_work_carve<F>(sz, scalars, ints);
-  const FactorView<F> f = factor_view<F>(pt, cb, row);
-  auto substitute = [&](const W *rhs, W *out) {
-    SolveInput one = in;
-    one.to_b = rhs == out ? 1 : 0;
-    int error = 0;
-    SOLVE_VELMORA<F>(f, one, reinterpret_cast<double *>(const_cast<W *>(rhs)),
-                     reinterpret_cast<double *>(out), w, &error);
-    return error;
-  };
+  const Substitution<F, W> substitute(c, cb, in, row);
   const RefineSettings rs =
       refine_settings(c.iparm, in.n, in.nrhs, s.mtype, s.transposed, s.perturbed_pivots,
                       in.nthreads, c.msglvl && *c.msglvl != 0 ? 1 : 0);
@@ -348,20 +364,7 @@ template <class W>
 int hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr_t *row,
            int (*budget_of)(ControlBlock *, double), HybridRun *run) {
   void **pt = c.pt;
-  const SolveWorkSize sz = solve_work_size(in);
-  char *base = static_cast<char *>(pt_slot(pt, kPtPivotWork));
-  int *ints = reinterpret_cast<int *>(base);
-  W *scalars = reinterpret_cast<W *>(base + align8(4 * sz.starts));
-  const SolveWork<W> w = solve_work_carve<W>(sz, scalars, ints);
-  const FactorView<W> f = factor_view<W>(pt, cb, row);
-  auto substitute = [&](const W *rhs, W *out) {
-    SolveInput one = in;
-    one.to_b = rhs == out ? 1 : 0;
-    int error = 0;
-    SOLVE_VELMORA<W>(f, one, reinterpret_cast<double *>(const_cast<W *>(rhs)),
-                     reinterpret_cast<double *>(out), w, &error);
-    return error;
-  };
+  const Substitution<W, W> substitute(c, cb, in, row);
   const HybridSettings first = hybrid_settings(c, cb, in);
   double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
   const std::int64_t len = std::int64_t{in.n} * in.nrhs;
@@ -371,11 +374,7 @@ int hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intpt
   W *b = static_cast<W *>(c.b);
   W *x = in.to_b ? reinterpret_cast<W *>(work + iteration_doubles) : static_cast<W *>(c.x);
   const double t0 = omp_get_wtime();
-  SolveInput plain = in;
-  plain.to_b = 0;
-  int error = 0;
-  SOLVE_VELMORA<W>(f, plain, reinterpret_cast<double *>(b), reinterpret_cast<double *>(x), w,
-                   &error);
+  const int error = substitute(b, x);
   run->solve_seconds = omp_get_wtime() - t0;
   add_time(cb, kTimeSolve, run->solve_seconds);
   if (error != 0) return error;
