@@ -15,6 +15,7 @@
 #include "analysis/domains.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/matching.h"
+#include "analysis/ordering.h"
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
 #include "common/matrix_type.h"
@@ -115,7 +116,9 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   if (r.t_adjacency >= 0) add_time(cb, kTimeFullAdj, r.t_adjacency);
   if (r.t_ordering >= 0) add_time(cb, kTimeReorder, r.t_ordering);
   if (r.t_symbolic >= 0) add_time(cb, kTimeSymbFct, r.t_symbolic);
-  if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
+  // Out of memory inside the ordering (its scratch, METIS or AMD) is a
+  // memory failure, not a failed ordering.
+  if (status != 0) *stage = status == kReorderOverflow ? -8 : status == kOrderNoMemory ? -2 : -3;
   return status;
 }
 

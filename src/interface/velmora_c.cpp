@@ -146,11 +146,14 @@ int analysis_group(const CallArgs &c, ControlBlock *cb, int slot, std::int64_t b
 }
 
 // Runs one stage of analysis; a failure becomes result -3 (-8 for an index
-// overflow) with the stage's code.
+// overflow) with the stage's code, or -2 when the ordering ran out of
+// memory: reported as the ordering's work group, "STRUC_S1".
 int analysis_stage(const CallArgs &c, ControlBlock *cb, int stage, Failure *f) {
   int st = stage;
   const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
-  if (code != 0) {
+  if (code != 0 && st == -2) {
+    *f = Failure{-2, -600};
+  } else if (code != 0) {
     f->result = st == -8 || code == -182 ? -8 : -3;
     f->code = code;
   }
