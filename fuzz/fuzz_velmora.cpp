@@ -61,6 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   int maxfct = 1 + r.below(2);
   int mnum = 1 + r.below(maxfct);
 
+  // FUZZ_TRACE set: each call is listed on standard error, for triage.
+  static const bool trace = std::getenv("FUZZ_TRACE") != nullptr;
   std::array<void *, 64> pt{};
   std::array<int, 64> iparm{};
   std::array<double, 64> dparm{};
@@ -70,6 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   for (int k = 0; k < changes; ++k) {
     const int slot = r.pick(kSlots);
     iparm[static_cast<std::size_t>(slot - 1)] = r.pick(kValues);
+    if (trace)
+      std::fprintf(stderr, "iparm(%d) = %d\n", slot, iparm[static_cast<std::size_t>(slot - 1)]);
   }
 
   std::vector<int> perm(static_cast<std::size_t>(n));
@@ -97,6 +101,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   auto call = [&](int phase) {
     velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, m.a.data(), m.ia.data(), m.ja.data(),
             perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
+    if (trace)
+      std::fprintf(stderr, "mtype %d n %d nnz %d nrhs %d maxfct %d mnum %d phase %d: error %d\n",
+                   mtype, n, m.ia[static_cast<std::size_t>(n)] - 1, nrhs, maxfct, mnum, phase,
+                   error);
     if (m.ia != ia0 || m.ja != ja0) fail("the caller's pattern changed", phase, error);
     if (phase != -2 && phase != -3 && !known_result(error, n, diagonal))
       fail("unknown result code", phase, error);

@@ -52,8 +52,12 @@ bool has_matching(void **pt) {
 // The first `domain pairs` the ordering may deliver, with room to close.
 // In distributed mode the pairs of the nodes' local tops and the global
 // top follow.
+// The domain list: the domains, the top, and a pair for each node of a
+// split, which has at most one node a domain.
 std::int64_t domain_ints(const ControlBlock *cb) {
-  return 2 * (std::int64_t{cb->s.target_domains} + std::max(cb->s.nnodes, 1) + 3);
+  const std::int64_t target = cb->s.target_domains;
+  return 2 * (target +
+              std::clamp<std::int64_t>(cb->s.nnodes, 1, std::max<std::int64_t>(target, 1)) + 3);
 }
 
 int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
