@@ -107,4 +107,68 @@ TEST(FuzzFindings, MoreComputeNodesThanDomains) {
   }
 }
 
+// n and the nonzero count at the edge of 32-bit indices: the graph of both
+// triangles passes them, -8 with the overflow class at msglvl 1, decided
+// from ia(1) and ia(n+1) before the columns are read.
+TEST(Sizes, GraphsBeyondThirtyTwoBitIndicesAreRefusedFromTheRowPointers) {
+  struct Case {
+    const char *what;
+    int n, nnz;
+  };
+  const Case cases[] = {{"n 2^31-3, one entry off the diagonal", INT_MAX - 2, INT_MAX - 1},
+                        {"n 2^15, 2^31-2 entries", 1 << 15, INT_MAX - 1},
+                        {"n 2^20, 2^30 entries", 1 << 20, 1 << 30}};
+  for (const Case &c : cases) {
+    for (int mtype : {2, 11, 13}) {
+      SCOPED_TRACE(std::string(c.what) + ", mtype " + std::to_string(mtype));
+      const std::size_t n = static_cast<std::size_t>(c.n), nnz = static_cast<std::size_t>(c.nnz);
+      Reserved<int> ia(n + 1), ja(nnz);
+      Reserved<double> a(nnz * (mtype == 13 ? 2 : 1));
+      ASSERT_TRUE(ia.data() && ja.data() && a.data());
+      ia[0] = 1;
+      ia[n] = c.nnz + 1;
+      Handle h(mtype);
+      h.msglvl = 1;
+      testing::internal::CaptureStdout();
+      const int error = h.call(11, c.n, a.data(), ia.data(), ja.data(), nullptr, nullptr);
+      const std::string out = testing::internal::GetCapturedStdout();
+      EXPECT_EQ(error, -8);
+      EXPECT_NE(out.find("*** error VELMORA  (32-bit overflow problem ) error_num="),
+                std::string::npos)
+          << out;
+    }
+  }
+}
+
+// A factor of more than 2^31 entries from a matrix of 2n entries: a star
+// whose centre is eliminated first (the caller's order) fills completely.
+// The analysis works with 64-bit pointers into the values and reports the
+// count in thousands, negative, as iparm(18) does beyond 2^31 - 1.  (The
+// factorization itself would take 17 GB and is not run.)
+TEST(Sizes, AnalysisOfAFactorBeyondTwoToTheThirtyOneEntries) {
+  const int n = 66000;
+  std::vector<int> ia(n + 1), ja, perm(n);
+  std::vector<double> a;
+  ia[0] = 1;
+  for (int j = 1; j <= n; ++j) {
+    ja.push_back(j);
+    a.push_back(j == 1 ? n : 1.0);
+  }
+  for (int i = 2; i <= n; ++i) {
+    ja.push_back(i);
+    a.push_back(2.0);
+  }
+  ia[1] = n + 1;
+  for (int i = 2; i <= n; ++i) ia[i] = ia[i - 1] + 1;
+  for (int i = 0; i < n; ++i) perm[i] = i + 1;
+  Handle h(2);
+  h.iparm[4] = 1;  // iparm(5): the order is the caller's
+  ASSERT_EQ(h.call(11, n, a.data(), ia.data(), ja.data(), nullptr, nullptr, perm.data()), 0);
+  const double lower_bound = 0.5 * n * (n + 1.0);  // the dense lower triangle
+  ASSERT_LT(h.iparm[17], 0);
+  EXPECT_GE(-1000.0 * h.iparm[17], lower_bound - 1000.0);
+  EXPECT_LT(-1000.0 * h.iparm[17], 1.1 * lower_bound);
+  EXPECT_GT(h.iparm[16], 16000000);  // iparm(17): kilobytes of one factorization
+}
+
 }  // namespace

@@ -105,7 +105,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   r = Reorder1Results{};
 
   double t0 = omp_get_wtime();
-  if (ladj_mod_capacity(n, ia) > 0x7ffffffe) return kReorderOverflow;
+  if (ladj_mod_capacity(n, ia) > kMaxAdjacency) return kReorderOverflow;
   r.nadj =
       static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, s.nthreads, a.xadj, a.adjncy, a.work));
   debug_dump_array("xadj", a.xadj, n + 1, 4);

@@ -15,8 +15,10 @@
 
 #include "analysis/bitvec.h"
 #include "analysis/domains.h"
+#include "analysis/ladj_mod.h"
 #include "analysis/matching.h"
 #include "analysis/perm.h"
+#include "analysis/reorder1.h"
 #include "interface/check_input_fc.h"
 #include "interface/defaults.h"
 #include "interface/dump.h"
@@ -268,6 +270,13 @@ int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f);
 // driver.  Returns the result class (0 or negative) and fills f.
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
+  // A graph whose adjacency (both triangles) passes the 32-bit indices is
+  // refused from the row pointers alone, before anything walks the columns
+  // or allocates for them.
+  if (c.ia[0] == 1 && ladj_mod_capacity(*c.n, c.ia) > kMaxAdjacency) {
+    *f = Failure{-8, kReorderOverflow};
+    return f->result;
+  }
   // A pattern that would send a stage outside its arrays, or that the
   // matching and the maps would misread (repeated or unsorted columns,
   // entries below the diagonal of a symmetric type), is refused before any
