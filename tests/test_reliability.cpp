@@ -171,4 +171,60 @@ TEST(Sizes, AnalysisOfAFactorBeyondTwoToTheThirtyOneEntries) {
   EXPECT_GT(h.iparm[16], 16000000);  // iparm(17): kilobytes of one factorization
 }
 
+// A NaN or an infinity in A or b reaches one of three outcomes, in every
+// family: -4 (Cholesky: the value fails the test of a positive pivot); a
+// solution holding values that are not finite, with iparm(14) counting the
+// pivots they reached when they came from A; or a finite solution, that of
+// the limit: the same as with 1e300 in its place.
+TEST(NonFinite, ValuesReachADefinedOutcome) {
+  const double kNaN = std::numeric_limits<double>::quiet_NaN();
+  const double kInf = std::numeric_limits<double>::infinity();
+  for (int mtype : {2, -2, 11, 13}) {
+    const bool upper = mtype == 2 || mtype == -2;
+    const int width = mtype == 13 ? 2 : 1;
+    const testmat::Csr m = testmat::grid_laplacian(4, 4, 2, upper);
+    const std::size_t diag = static_cast<std::size_t>(m.ia[5] - 1) * width;  // row 6
+    for (const char *where : {"diagonal", "off the diagonal", "b"}) {
+      for (double bad : {kNaN, kInf}) {
+        SCOPED_TRACE("mtype " + std::to_string(mtype) + ", " + std::to_string(bad) + " " + where);
+        auto solve = [&](double value, std::vector<double> *x, int *perturbed) {
+          std::vector<double> a;
+          for (double v : m.a) {
+            a.push_back(v);
+            if (width == 2) a.push_back(0.25);
+          }
+          std::vector<double> b(static_cast<std::size_t>(m.n) * width, 1.0);
+          if (where[0] == 'd') a[diag] = value;
+          if (where[0] == 'o') a[diag + width] = value;
+          if (where[0] == 'b') b[5 * width] = value;
+          x->assign(b.size(), 0.0);
+          Handle h(mtype);
+          const int error =
+              h.call(13, m.n, a.data(), m.ia.data(), m.ja.data(), b.data(), x->data());
+          *perturbed = h.iparm[13];
+          return error;
+        };
+        std::vector<double> x, limit;
+        int perturbed = 0, unused = 0;
+        const int error = solve(bad, &x, &perturbed);
+        if (error == -4) {
+          EXPECT_EQ(mtype, 2);
+          continue;
+        }
+        ASSERT_EQ(error, 0);
+        const bool finite =
+            std::all_of(x.begin(), x.end(), [](double v) { return std::isfinite(v); });
+        if (!finite) {
+          EXPECT_TRUE(where[0] == 'b' || perturbed > 0);
+          continue;
+        }
+        ASSERT_EQ(solve(1e300, &limit, &unused), 0);
+        for (std::size_t k = 0; k < x.size(); ++k) {
+          EXPECT_NEAR(x[k], limit[k], 1e-12) << k;
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
