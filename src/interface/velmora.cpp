@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "interface/control.h"
 #include "interface/defaults.h"
@@ -126,7 +127,16 @@ void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, co
   }
   {
     const CallerThreadOnly caller_thread;
-    VELMORA_CCC(c);
+    // No exception leaves the library.  The layers that use containers
+    // catch their own std::bad_alloc and report the memory class; this is
+    // the last guard of a C caller.
+    try {
+      VELMORA_CCC(c);
+    } catch (const std::bad_alloc &) {
+      *error = -2;
+    } catch (...) {
+      *error = -5;
+    }
   }
   // A plain direct solve (phase 33 without the hybrid or iterative path)
   // reports no failure to the caller: what went wrong has been printed at
