@@ -23,6 +23,7 @@ cmake --build build-fuzz -j"$(nproc)" --target fuzz_targets
 dir=build-fuzz/fuzz
 mkdir -p "$dir/findings"
 export ASAN_OPTIONS=allocator_may_return_null=1:detect_leaks=1
+export LSAN_OPTIONS=suppressions=$PWD/fuzz/lsan.supp
 for t in "${targets[@]}"; do
   mkdir -p "$dir/run/$t"
   cp -n "$dir/corpus/$t"/* "$dir/run/$t"/ 2>/dev/null || true
