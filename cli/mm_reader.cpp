@@ -110,6 +110,15 @@ bool parse_int(const std::string &word, int64_t *value) {
   return true;
 }
 
+// An integer too large for 64 bits: a sign and digits only.
+bool is_long_integer(const std::string &word) {
+  size_t k = word.size() > 1 && (word[0] == '+' || word[0] == '-') ? 1 : 0;
+  if (k == word.size()) return false;
+  for (; k < word.size(); ++k)
+    if (!std::isdigit(static_cast<unsigned char>(word[k]))) return false;
+  return true;
+}
+
 bool parse_real(const std::string &word, double *value) {
   if (word.empty()) return false;
   const char *s = word.c_str();
@@ -158,6 +167,18 @@ class Reader {
     if (in_.bad()) return fail("read error");
     return false;
   }
+  // A value of the integer field; one beyond 64 bits is read as a real.
+  bool integer_value(const std::string &word, MmData *m, double *v) {
+    int64_t iv = 0;
+    if (parse_int(word, &iv)) {
+      *v = static_cast<double>(iv);
+      return true;
+    }
+    if (!is_long_integer(word) || !parse_real(word, v) || !std::isfinite(*v))
+      return fail("value " + quote(word) + " is not an integer (integer field)");
+    ++m->integers_as_reals;
+    return true;
+  }
 
   std::istream &in_;
   const std::string &name_;
@@ -187,6 +208,19 @@ bool Reader::read_banner(MmData *m) {
     return fail("empty file, no Matrix Market banner");
   }
   line_no_ = 1;
+  // Compressed files, named by their first bytes rather than quoted.
+  static const struct {
+    const char *magic, *kind, *tool;
+  } kCompressed[] = {{"\x1f\x8b", "gzip", "gunzip"},
+                     {"BZh", "bzip2", "bunzip2"},
+                     {"\xfd"
+                      "7zXZ",
+                      "xz", "unxz"},
+                     {"\x28\xb5\x2f\xfd", "zstd", "unzstd"}};
+  for (const auto &c : kCompressed)
+    if (line_.compare(0, std::strlen(c.magic), c.magic) == 0)
+      return fail(std::string("the file is ") + c.kind + "-compressed: decompress it first (" +
+                  c.tool + ")");
   const std::vector<std::string> w = split(line_);
   if (w.empty() || lower(w[0]) != "%%matrixmarket")
     return fail("no Matrix Market banner: the first line must begin with %%MatrixMarket, found " +
@@ -275,6 +309,8 @@ bool Reader::read_size(MmData *m) {
   else if (m->symmetry == MmSymmetry::kSkewSymmetric)
     capacity = rows * (rows - 1) / 2;
   if (capacity < 0) capacity = 0;
+  // A symmetric kind may give its entries in either triangle.
+  if (coordinate && m->symmetry != MmSymmetry::kGeneral) capacity = rows * cols;
   if (coordinate) {
     if (v[2] > capacity)
       return fail("the size line announces " + std::to_string(v[2]) + " entries, but a " +
@@ -308,7 +344,9 @@ bool Reader::read_coordinate(MmData *m) {
                   std::to_string(m->declared) + " announced entries");
     }
     const std::vector<std::string> w = split(line_);
-    if (w.size() != static_cast<size_t>(2 + nvalues))
+    if (nvalues == 0 && (w.size() == 3 || w.size() == 4)) {
+      m->pattern_values_ignored = true;  // values after a pattern's positions
+    } else if (w.size() != static_cast<size_t>(2 + nvalues))
       return fail("entry " + std::to_string(k + 1) + ": expected " + layout + " (" +
                   std::to_string(2 + nvalues) + " numbers), found " + quote(trimmed(line_)));
     int64_t ij[2];
@@ -324,10 +362,7 @@ bool Reader::read_coordinate(MmData *m) {
     double v[2] = {0.0, 0.0};
     for (int s = 0; s < nvalues; ++s) {
       if (m->field == MmField::kInteger) {
-        int64_t iv = 0;
-        if (!parse_int(w[2 + s], &iv))
-          return fail("value " + quote(w[2 + s]) + " is not an integer (integer field)");
-        v[s] = static_cast<double>(iv);
+        if (!integer_value(w[2 + s], m, &v[s])) return false;
       } else {
         if (!parse_real(w[2 + s], &v[s]))
           return fail("value " + quote(w[2 + s]) + " is not a number");
@@ -335,9 +370,12 @@ bool Reader::read_coordinate(MmData *m) {
       }
     }
     const std::string at = "(" + std::to_string(ij[0]) + ", " + std::to_string(ij[1]) + ")";
-    if (lower_only && ij[0] < ij[1])
-      return fail("entry " + at + " lies above the diagonal; a " + to_string(m->symmetry) +
-                  " file stores the lower triangle only");
+    if (lower_only && ij[0] < ij[1]) {  // kept as its mirror below the diagonal
+      std::swap(ij[0], ij[1]);
+      if (m->symmetry == MmSymmetry::kSkewSymmetric) v[0] = -v[0], v[1] = -v[1];
+      if (m->symmetry == MmSymmetry::kHermitian) v[1] = -v[1];
+      ++m->upper_entries;
+    }
     if (m->symmetry == MmSymmetry::kSkewSymmetric && ij[0] == ij[1] && v[0] != 0.0)
       return fail("diagonal entry " + at + " of a skew-symmetric matrix must be zero");
     m->row.push_back(static_cast<int32_t>(ij[0] - 1));
@@ -372,10 +410,7 @@ bool Reader::read_array(MmData *m) {
                     " announced values: " + quote(word));
       double v = 0.0;
       if (m->field == MmField::kInteger) {
-        int64_t iv = 0;
-        if (!parse_int(word, &iv))
-          return fail("value " + quote(word) + " is not an integer (integer field)");
-        v = static_cast<double>(iv);
+        if (!integer_value(word, m, &v)) return false;
       } else {
         if (!parse_real(word, &v)) return fail("value " + quote(word) + " is not a number");
         if (!std::isfinite(v)) return fail("value " + quote(word) + " is not finite");

@@ -4,9 +4,10 @@
  * Reading: both formats (coordinate, array), every field (real, complex,
  * integer, pattern) and every symmetry (general, symmetric, skew-symmetric,
  * hermitian).  A file is kept as written: zero-based positions in file order,
- * the lower triangle of a symmetric one.  Anything malformed is refused with
- * one line "file:line: what"; whatever the bytes, nothing is thrown but
- * std::bad_alloc when memory runs out.
+ * the lower triangle of a symmetric one (an entry given above the diagonal
+ * is stored as its mirror).  Compressed files are named as such.  Anything malformed is refused
+ * with one line "file:line: what"; whatever the bytes, nothing is thrown but std::bad_alloc when
+ * memory runs out.
  *
  * Conversion: to_full_csr expands the stored triangle into the whole matrix
  * (compressed rows, one-based, columns ascending, repeated entries summed);
@@ -46,6 +47,13 @@ struct MmData {
   std::vector<int32_t> col;
   std::vector<double> re;  // empty for a pattern
   std::vector<double> im;  // complex only
+  // What the reader took beyond the letter of the format, as other readers
+  // do: entries of a symmetric kind given above the diagonal (stored as
+  // their mirror), a value column after pattern entries (ignored), integers
+  // too large for 64 bits (read as reals).
+  int64_t upper_entries = 0;
+  bool pattern_values_ignored = false;
+  int64_t integers_as_reals = 0;
   bool is_complex() const { return field == MmField::kComplex; }
   int64_t size() const { return static_cast<int64_t>(row.size()); }
 };

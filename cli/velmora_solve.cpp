@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "accuracy.h"
 #include "mm_reader.h"
 
 namespace {
@@ -68,17 +69,29 @@ const char kUsage[] =
     "  --ordering O    0 minimum degree, 1 constrained minimum degree, 2 nested\n"
     "                  dissection (default), 3 METIS 5.1, 4 approximate minimum degree\n"
     "  --matching M    1 (on) or 0 (off); on by default for general matrices\n"
-    "  --refine N      iterative refinement steps, iparm(8) (negative: residual\n"
-    "                  in extended precision)\n"
+    "  --refine N      iterative refinement steps of the first solve, iparm(8)\n"
+    "                  (negative: residual in extended precision)\n"
+    "  --target E      the backward error to reach (default 1e-14); 0 accepts the\n"
+    "                  first solve as it is\n"
     "  --threads N     threads of the library, iparm(3) (default: OMP_NUM_THREADS,\n"
     "                  or every processor)\n"
     "  --grid N        order N^3 of the bundled problem's grid (default 40)\n"
     "  --output FILE   write the solution as a Matrix Market array\n"
     "  --verbose       print the library's own report (msglvl 1) as well\n"
+    "  --json          print the summary as one JSON object (not with --verbose)\n"
+    "  --quiet         print no summary and no progress: the exit status and, on\n"
+    "                  failure, one line on standard error tell the outcome\n"
+    "  --version       the version\n"
     "  --help          this text\n"
     "\n"
-    "Exit status: 0 on success, 1 when the input or the solve fails, 2 for a\n"
-    "wrong command line.\n";
+    "When the first solve misses the target, the program solves again with\n"
+    "explicit refinement steps, then continues with flexible GMRES preconditioned\n"
+    "by the factor, then refactors with the other matching and scaling choice\n"
+    "(types 11, 13, -2, -4, 6, unless --matching is given), and prints what it did.\n"
+    "\n"
+    "Exit status: 0 on success, 1 when the input or the solve fails or the target\n"
+    "is not reached (structurally or numerically singular matrices among them), 2\n"
+    "for a wrong command line.\n";
 
 struct Options {
   std::string matrix;
@@ -87,6 +100,9 @@ struct Options {
   bool x_random = false;
   bool verbose = false;
   bool help = false;
+  bool version = false;
+  bool json = false;
+  bool quiet = false;
   bool mtype_given = false;
   int mtype = 0;
   int threads = 0;  // 0: the library counts
@@ -94,7 +110,8 @@ struct Options {
   int matching = -1;
   bool refine_given = false;
   int refine = 0;
-  int nrhs = 0;  // 0: not given
+  double target = 1e-14;  // 0: no target
+  int nrhs = 0;           // 0: not given
   int grid = kDefaultGrid;
   bool grid_given = false;
 };
@@ -127,9 +144,6 @@ bool is_valid_mtype(int t) {
 
 bool is_complex_mtype(int t) {
   return t == 3 || t == 4 || t == -4 || t == 6 || t == 13;
-}
-bool is_symmetric_mtype(int t) {
-  return t == 2 || t == -2 || t == 4 || t == -4 || t == 6;
 }
 
 const char *mtype_name(int t) {
@@ -245,6 +259,15 @@ Options parse_options(int argc, char **argv) {
     } else if (name == "--verbose") {
       flag();
       o.verbose = true;
+    } else if (name == "--version") {
+      flag();
+      o.version = true;
+    } else if (name == "--json") {
+      flag();
+      o.json = true;
+    } else if (name == "--quiet") {
+      flag();
+      o.quiet = true;
     } else if (name == "--x-random") {
       flag();
       o.x_random = true;
@@ -267,6 +290,15 @@ Options parse_options(int argc, char **argv) {
     } else if (name == "--refine") {
       o.refine = number(-1000, 1000);
       o.refine_given = true;
+    } else if (name == "--target") {
+      const std::string text = take();
+      char *end = nullptr;
+      errno = 0;
+      const double v = std::strtod(text.c_str(), &end);
+      if (text.empty() || errno != 0 || end != text.c_str() + text.size() || !(v >= 0.0) ||
+          !(v < 1.0))
+        fail("option --target needs a backward error in [0, 1), not '" + text + "'", kExitUsage);
+      o.target = v;
     } else if (name == "--nrhs") {
       o.nrhs = number(1, 1000000);
     } else if (name == "--grid") {
@@ -276,6 +308,8 @@ Options parse_options(int argc, char **argv) {
       fail("unknown option '" + name + "' (see --help)", kExitUsage);
     }
   }
+  if (o.json && o.verbose)
+    fail("--json and --verbose both write to standard output: choose one", kExitUsage);
   if (o.grid_given && !o.matrix.empty())
     fail("--grid sizes the bundled problem and does not go with a matrix file", kExitUsage);
   return o;
@@ -285,9 +319,11 @@ double seconds_since(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+bool g_quiet = false;  // --quiet: no progress lines
+
 // A progress line for a step that took more than a second.
 void progress(const char *what, double seconds) {
-  if (seconds > 1.0) std::fprintf(stderr, "%s ... done in %.1f s\n", what, seconds);
+  if (seconds > 1.0 && !g_quiet) std::fprintf(stderr, "%s ... done in %.1f s\n", what, seconds);
 }
 
 // ---- the problem
@@ -378,6 +414,15 @@ Problem load_problem(const Options &o) {
   if (m.field != MmField::kPattern && most < m.rows)
     fail(o.matrix + ": " + std::to_string(m.size()) + (m.size() == 1 ? " entry" : " entries") +
          " cannot fill " + std::to_string(m.rows) + " rows: the matrix is singular");
+  // A pattern gets a diagonal, so it is never singular; but a file whose
+  // entries touch fewer than half its rows declares a size they do not
+  // justify (a broken size line, most likely), and the program would
+  // allocate and solve a diagonal of that size.
+  if (m.field == MmField::kPattern && 2 * most < m.rows)
+    fail(o.matrix + ": " + std::to_string(m.size()) + (m.size() == 1 ? " entry" : " entries") +
+         " for " + std::to_string(m.rows) +
+         " rows: most rows of this pattern would hold only the diagonal the program adds; "
+         "check the size line");
   // Refuse what cannot fit in this machine rather than try.
   const int64_t expanded = most + (m.field == MmField::kPattern ? m.rows : 0);
   const double need = 64.0 * static_cast<double>(expanded) + 48.0 * m.rows;
@@ -398,8 +443,20 @@ Problem load_problem(const Options &o) {
   char buf[200];
   std::snprintf(buf, sizeof buf, "%d x %d, %s %s %s, %" PRId64 " %s in the file", m.rows, m.cols,
                 vmcli::to_string(m.format), vmcli::to_string(m.field), vmcli::to_string(m.symmetry),
-                m.declared, m.format == vmcli::MmFormat::kArray ? "values" : "entries");
+                m.declared,
+                m.format == vmcli::MmFormat::kArray ? (m.declared == 1 ? "value" : "values")
+                                                    : (m.declared == 1 ? "entry" : "entries"));
   p.origin = buf;
+  auto many = [](int64_t k, const char *one, const char *more) {
+    return std::to_string(k) + (k == 1 ? one : more);
+  };
+  if (m.upper_entries > 0)
+    p.notes.push_back(many(m.upper_entries, " entry", " entries") +
+                      " given above the diagonal of a symmetric file, taken as the mirror");
+  if (m.pattern_values_ignored) p.notes.push_back("values after the pattern's positions ignored");
+  if (m.integers_as_reals > 0)
+    p.notes.push_back(many(m.integers_as_reals, " integer", " integers") +
+                      " beyond 64 bits read as real");
   if (notes.pattern_values)
     p.notes.push_back("pattern file: values -1 off the diagonal, a dominant diagonal");
   if (notes.summed > 0)
@@ -532,6 +589,24 @@ double backward_error(const CsrMatrix &m, const std::vector<double> &x,
   return worst;
 }
 
+// ||b - A x||_inf / ||b||_inf, the largest over the right-hand sides (0
+// for a zero b).
+double relative_residual(const CsrMatrix &m, const std::vector<double> &x,
+                         const std::vector<double> &b, int nrhs) {
+  const size_t stride = m.complex ? 2 : 1, len = stride * static_cast<size_t>(m.n);
+  std::vector<double> r(len);
+  double worst = 0.0;
+  for (int c = 0; c < nrhs; ++c) {
+    const double *xc = x.data() + len * c, *bc = b.data() + len * c;
+    multiply(m, xc, r.data());
+    for (size_t k = 0; k < len; ++k) r[k] = bc[k] - r[k];
+    const double bn = norm_inf(bc, m.n, m.complex);
+    const double e = bn > 0.0 ? norm_inf(r.data(), m.n, m.complex) / bn : 0.0;
+    if (!(e <= worst)) worst = e;  // NaN stays
+  }
+  return worst;
+}
+
 // ||x - x_known||_inf / ||x_known||_inf, the largest over the right-hand sides.
 double forward_error(const std::vector<double> &x, const std::vector<double> &known, int32_t n,
                      int nrhs, bool complex) {
@@ -606,14 +681,18 @@ RightHandSide make_rhs(const Options &o, const Problem &p) {
 struct Outcome {
   int error = 0;
   int phase = 0;                  // the phase that failed
-  double seconds[3] = {0, 0, 0};  // analysis, factorization, solve
+  double seconds[3] = {0, 0, 0};  // analysis, factorization, solve (with the policy)
   std::array<int, 64> iparm{};    // after the last phase run
   int factor_nnz = 0, mflop = 0, perturbed = 0, positive = 0, negative = 0, steps = 0;
   int threads = 0;
+  vmcli::AccuracyReport accuracy;
   std::vector<double> x;
 };
 
-Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSide &rhs) {
+// Analysis, factorization and the solve to the target on one handle;
+// `matching` is iparm(13) and iparm(11), or -1 for the type's defaults.
+Outcome run_solver(const Options &o, int mtype, int matching, CsrMatrix *a,
+                   const RightHandSide &rhs) {
   Outcome out;
   std::array<void *, 64> pt{};
   std::array<double, 64> dparm{};
@@ -627,7 +706,10 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
   if (o.ordering >= 0) iparm[1] = o.ordering;
   iparm[2] = o.threads;
   if (o.refine_given) iparm[7] = o.refine;
-  if (o.matching >= 0) iparm[12] = o.matching;
+  if (matching >= 0) {
+    iparm[12] = matching;
+    iparm[10] = matching;  // scaling goes with the matching
+  }
   const int maxfct = 1, mnum = 1, msglvl = o.verbose ? 1 : 0, n = a->n, nrhs = rhs.nrhs;
   std::vector<int> perm(static_cast<size_t>(n), 0);
   std::vector<double> b = rhs.b;  // the library's copy; rhs.b stays for the residual
@@ -638,8 +720,19 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
     int phase = phases[s];
     std::fflush(stdout);
     const auto start = std::chrono::steady_clock::now();
-    velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a->a.data(), a->ia.data(), a->ja.data(),
-            perm.data(), &nrhs, iparm, &msglvl, b.data(), out.x.data(), &error, dparm.data());
+    if (phase == 33 && o.target > 0.0) {
+      const vmcli::SystemView view{mtype, a->n, a->ia.data(), a->ja.data(), a->a.data()};
+      const vmcli::HandleView handle{pt.data(), iparm, dparm.data(), perm.data(), msglvl};
+      vmcli::AccuracyGoal goal;
+      goal.target = o.target;
+      out.accuracy = vmcli::solve_to_target(view, handle, nrhs, b.data(), out.x.data(), goal);
+      error = out.accuracy.error;
+      iparm[6] = out.accuracy.first_steps;
+    } else {
+      velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a->a.data(), a->ia.data(),
+              a->ja.data(), perm.data(), &nrhs, iparm, &msglvl, b.data(), out.x.data(), &error,
+              dparm.data());
+    }
     out.seconds[s] = seconds_since(start);
     std::fflush(stdout);
     progress(kNames[s], out.seconds[s]);
@@ -669,10 +762,57 @@ Outcome run_solver(const Options &o, int mtype, CsrMatrix *a, const RightHandSid
   return out;
 }
 
+// The types whose matching and scaling can be switched.
+bool has_matching_choice(int mtype) {
+  return mtype == 11 || mtype == 13 || mtype == -2 || mtype == -4 || mtype == 6;
+}
+
 std::string library_failure(const Outcome &r) {
   const char *what = r.phase == 11 ? "analysis" : r.phase == 22 ? "factorization" : "solve";
   std::string text = std::string(what) + " failed with error " + std::to_string(r.error);
   return text + ": " + error_meaning(r.error);
+}
+
+// Why the target was missed, and what to try.
+std::string shortfall(const Outcome &r, const Options &o, int n, const std::string &retry,
+                      bool singular, double unexplained) {
+  const vmcli::AccuracyReport &a = r.accuracy;
+  char buf[400];
+  if (singular) {
+    std::snprintf(buf, sizeof buf,
+                  "numerically singular: %d of %d pivots perturbed, residual not reduced "
+                  "(||b - A x||_inf / ||b||_inf = %.2g): no x solves the system",
+                  r.perturbed, n, unexplained);
+    return buf;
+  }
+  std::string did = "after the first solve";
+  if (a.refined >= 0.0) did += ", " + std::to_string(a.refined_steps) + " refinement steps";
+  if (a.krylov >= 0.0) did += ", " + std::to_string(a.krylov_iterations) + " FGMRES iterations";
+  if (!retry.empty()) did += " and a refactorization with the other matching";
+  std::string tries = "try another --ordering";
+  if (o.matching >= 0) tries += o.matching != 0 ? " or --matching 0" : " or --matching 1";
+  if (std::isfinite(a.best) && a.best < 1e-3) {
+    char accept[64];
+    std::snprintf(accept, sizeof accept, ", or --target %.0e to accept the answer",
+                  std::pow(10.0, std::ceil(std::log10(a.best))));
+    tries += accept;
+  }
+  std::snprintf(buf, sizeof buf,
+                "backward error %.1e above the target %.0e %s: the matrix may be singular or "
+                "too ill-conditioned; %s",
+                a.best, o.target, did.c_str(), tries.c_str());
+  return buf;
+}
+
+// Refuses an --output path that cannot be written before anything is
+// solved: a directory that does not exist or is not writable, a file that
+// is read-only.
+void check_writable(const std::string &path) {
+  const size_t slash = path.find_last_of('/');
+  const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  if (access(path.c_str(), F_OK) == 0 ? access(path.c_str(), W_OK) != 0
+                                      : access(dir.c_str(), W_OK | X_OK) != 0)
+    fail("cannot write the solution to " + path + ": " + std::strerror(errno), kExitUsage);
 }
 
 std::string megabytes(int kb) {
@@ -681,12 +821,83 @@ std::string megabytes(int kb) {
   return buf;
 }
 
+// ---- the summary: a line per figure for people, one JSON object for scripts
+
+std::string json_string(const std::string &text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (u < 0x20) {
+      char buf[8];
+      std::snprintf(buf, sizeof buf, "\\u%04x", u);
+      out += buf;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"";
+}
+
+// A finite number as JSON, anything else as null.
+std::string json_number(double v) {
+  if (!std::isfinite(v)) return "null";
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%.6g", v);
+  return buf;
+}
+
+std::string number(const char *format, double v) {
+  char buf[48];
+  std::snprintf(buf, sizeof buf, format, v);
+  return buf;
+}
+
+// "1 pivot", "3 pivots".
+std::string counted(long long count, const char *noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+class Summary {
+ public:
+  void text(const char *label, const std::string &value) { lines_.emplace_back(label, value); }
+  void field(const std::string &key, const std::string &json) { fields_.emplace_back(key, json); }
+  void print(bool json) const {
+    if (!json) {
+      for (const auto &l : lines_) std::printf("%-16s%s\n", l.first.c_str(), l.second.c_str());
+      return;
+    }
+    std::printf("{");
+    for (size_t k = 0; k < fields_.size(); ++k)
+      std::printf("%s\n  %s: %s", k ? "," : "", json_string(fields_[k].first).c_str(),
+                  fields_[k].second.c_str());
+    std::printf("\n}\n");
+  }
+
+ private:
+  std::vector<std::pair<std::string, std::string>> lines_, fields_;
+};
+
+// Inertia is defined for the real symmetric and the Hermitian types.
+bool has_inertia(int mtype) {
+  return mtype == 2 || mtype == -2 || mtype == 4 || mtype == -4;
+}
+
 int run(int argc, char **argv) {
   const Options o = parse_options(argc, argv);
   if (o.help) {
     std::fputs(kUsage, stdout);
     return kExitOk;
   }
+  if (o.version) {
+    std::printf("velmora-solve %s, built with the library of the same version\n",
+                VELMORA_SOLVE_VERSION);
+    return kExitOk;
+  }
+  g_quiet = o.quiet;
+  if (!o.output.empty()) check_writable(o.output);
   Problem p = load_problem(o);
   const bool auto_mtype = !o.mtype_given;
   int mtype = auto_mtype ? default_mtype(p) : o.mtype;
@@ -704,16 +915,69 @@ int run(int argc, char **argv) {
   keep_off_diagonal_path(&stored);
   const RightHandSide rhs = make_rhs(o, p);
 
-  Outcome r = run_solver(o, mtype, &stored, rhs);
+  // No factorization can solve a structurally singular system.
+  const vmcli::SystemView whole{11, p.full.n, p.full.ia.data(), p.full.ja.data(), p.full.a.data()};
+  const int32_t rank = vmcli::structural_rank(whole);
+  if (rank < p.full.n)
+    fail(p.name + ": the matrix is structurally singular: its structural rank is " +
+         std::to_string(rank) + " of " + std::to_string(p.full.n) +
+         " (rows and columns that no pivot order can pair)");
+
+  Outcome r = run_solver(o, mtype, o.matching, &stored, rhs);
   std::string fallback;
   if (auto_mtype && (mtype == 2 || mtype == 4) && r.error == VELMORA_ERR_FACTOR && r.phase == 22) {
     fallback = "; " + std::to_string(mtype) + " stopped at a non-positive pivot";
     mtype = -mtype;
-    r = run_solver(o, mtype, &stored, rhs);
+    r = run_solver(o, mtype, o.matching, &stored, rhs);
+  } else if (auto_mtype && (mtype == 2 || mtype == 4) && r.error == 0 && r.iparm[11] == -1 &&
+             r.negative > 0) {
+    // A diagonal matrix is solved entry by entry whatever its signs: the
+    // type that names it is the indefinite one.
+    fallback = "; " + std::to_string(mtype) + " does not hold with a negative diagonal entry";
+    mtype = -mtype;
   }
+  // A diagonal matrix with a zero entry: the library answers with the row.
+  if (r.error < 0 && r.phase == 22 && r.iparm[11] == -1)
+    fail(p.name + ": the diagonal entry of row " + std::to_string(-r.error) +
+         " is zero: the matrix is singular");
   if (r.error != 0) fail(p.name + ": " + library_failure(r));
 
+  // The last resort: a new factorization with the other matching and
+  // scaling choice, kept when it does better.
+  std::string retry;
+  if (o.target > 0.0 && !r.accuracy.reached && o.matching < 0 && has_matching_choice(mtype)) {
+    const int other = r.iparm[12] != 0 ? 0 : 1;
+    Outcome again = run_solver(o, mtype, other, &stored, rhs);
+    char buf[300];
+    if (again.error != 0) {
+      std::snprintf(buf, sizeof buf, "matching %d failed with error %d: the first run kept", other,
+                    again.error);
+    } else {
+      const bool better = again.accuracy.best < r.accuracy.best;
+      const int used = std::snprintf(buf, sizeof buf,
+                                     "%.2e with matching %d and scaling %d, %d pivots perturbed",
+                                     again.accuracy.best, other, again.iparm[10], again.perturbed);
+      if (better)
+        std::snprintf(buf + used, sizeof buf - used,
+                      ": kept, the stages above are its own (the first factorization ended at "
+                      "%.2e)",
+                      r.accuracy.best);
+      else
+        std::snprintf(buf + used, sizeof buf - used, ": not kept");
+      if (better) {
+        for (int s = 0; s < 3; ++s) again.seconds[s] += r.seconds[s];
+        r = std::move(again);
+      }
+    }
+    retry = buf;
+  }
+
   const double berr = backward_error(p.full, r.x, rhs.b, rhs.nrhs);
+  // A tiny backward error can also come from a huge x: on a singular
+  // matrix, with b outside its range, the Krylov steps grow x along the
+  // kernel.  An x that leaves half of b unexplained solves nothing.
+  const double unexplained = relative_residual(p.full, r.x, rhs.b, rhs.nrhs);
+  const bool singular = o.target > 0.0 && unexplained >= 0.5;
   const bool known = !rhs.known.empty();
   const double ferr = known ? forward_error(r.x, rhs.known, p.full.n, rhs.nrhs, p.complex) : 0.0;
 
@@ -726,35 +990,118 @@ int run(int argc, char **argv) {
   // ---- the summary
   const int n = p.full.n;
   const int *ip = r.iparm.data();
-  std::printf("problem         %s\n", p.name.c_str());
-  if (!p.bundled) std::printf("file            %s\n", p.origin.c_str());
-  for (const std::string &note : p.notes) std::printf("note            %s\n", note.c_str());
-  std::printf("n               %d\n", n);
-  std::printf("nnz             %" PRId64 " (%s), %" PRId64 " in the whole matrix\n", stored.nnz(),
-              stored.upper ? "upper triangle" : "full storage", p.full.nnz());
-  std::printf("mtype           %d (%s%s)\n", mtype, mtype_name(mtype), fallback.c_str());
-  std::printf("ordering        %d (%s)\n", ip[1], ordering_name(ip[1]));
-  std::printf("matching        %d, scaling %d\n", ip[12], ip[10]);
-  std::printf("threads         %d\n", r.threads);
-  std::printf("factors         %d nonzeros, %d Mflop\n", r.factor_nnz, r.mflop);
-  std::printf("memory          analysis %s, factorization and solve %s\n",
-              megabytes(ip[14]).c_str(), megabytes(std::max(ip[15], 0) + ip[16]).c_str());
-  std::printf("perturbed       %d pivots\n", r.perturbed);
-  if (is_symmetric_mtype(mtype))
-    std::printf("inertia         %d positive, %d negative, %d zero\n", r.positive, r.negative,
-                n - r.positive - r.negative);
-  std::printf("refinement      %d steps (iparm(8) = %d)\n", r.steps, ip[7]);
-  std::printf("time            analysis %.3f s, factorization %.3f s, solve %.3f s\n", r.seconds[0],
-              r.seconds[1], r.seconds[2]);
-  if (r.seconds[1] > 0.0 && r.mflop > 0)
-    std::printf("GFLOP/s         %.2f (factorization)\n", r.mflop / 1000.0 / r.seconds[1]);
-  else
-    std::printf("GFLOP/s         -\n");
-  std::printf("right-hand side %d, %s\n", rhs.nrhs, rhs.origin.c_str());
-  std::printf("backward error  %.2e  ||b - A x||_inf / (||A||_inf ||x||_inf + ||b||_inf)\n", berr);
-  if (known) std::printf("error           %.2e  ||x - x_known||_inf / ||x_known||_inf\n", ferr);
-  if (!o.output.empty()) std::printf("solution        written to %s\n", o.output.c_str());
+  const bool diagonal = ip[11] == -1;
+  Summary sum;
+  sum.text("problem", p.name);
+  sum.field("problem", json_string(p.name));
+  if (!p.bundled) {
+    sum.text("file", p.origin);
+    sum.field("file", json_string(p.origin));
+  }
+  std::string notes = "[";
+  for (const std::string &note : p.notes) {
+    sum.text("note", note);
+    notes += (notes.size() > 1 ? ", " : "") + json_string(note);
+  }
+  sum.field("notes", notes + "]");
+  sum.text("n", std::to_string(n));
+  sum.field("n", std::to_string(n));
+  sum.text("nnz", std::to_string(stored.nnz()) + " (" +
+                      (stored.upper ? "upper triangle" : "full storage") + "), " +
+                      std::to_string(p.full.nnz()) + " in the whole matrix");
+  sum.field("nnz", std::to_string(stored.nnz()));
+  sum.field("nnz_whole_matrix", std::to_string(p.full.nnz()));
+  sum.text("mtype", std::to_string(mtype) + " (" + mtype_name(mtype) + fallback + ")");
+  sum.field("mtype", std::to_string(mtype));
+  sum.field("mtype_name", json_string(mtype_name(mtype)));
+  if (diagonal) {
+    sum.text("ordering", "- (a diagonal matrix: no analysis, no factorization)");
+    sum.text("threads", "- (solved entry by entry)");
+    sum.field("diagonal", "true");
+  } else {
+    sum.text("ordering", std::to_string(ip[1]) + " (" + ordering_name(ip[1]) + ")");
+    sum.field("ordering", std::to_string(ip[1]));
+    sum.text("matching", std::to_string(ip[12]) + ", scaling " + std::to_string(ip[10]));
+    sum.field("matching", std::to_string(ip[12]));
+    sum.field("scaling", std::to_string(ip[10]));
+    sum.text("threads", std::to_string(r.threads));
+    sum.field("threads", std::to_string(r.threads));
+    sum.text("factors",
+             std::to_string(r.factor_nnz) + " nonzeros, " + std::to_string(r.mflop) + " Mflop");
+    sum.field("factor_nonzeros", std::to_string(r.factor_nnz));
+    sum.field("mflop", std::to_string(r.mflop));
+    sum.text("memory", "analysis " + megabytes(ip[14]) + ", factorization and solve " +
+                           megabytes(std::max(ip[15], 0) + ip[16]));
+    sum.field("memory_analysis_kb", std::to_string(ip[14]));
+    sum.field("memory_factorization_kb", std::to_string(std::max(ip[15], 0) + ip[16]));
+    sum.text("perturbed",
+             counted(r.perturbed, "pivot") +
+                 (r.perturbed > 0 ? " (tiny ones replaced: A may be singular or nearly so)" : ""));
+    sum.field("perturbed_pivots", std::to_string(r.perturbed));
+  }
+  if (has_inertia(mtype)) {
+    const int zero = n - r.positive - r.negative;
+    sum.text("inertia", std::to_string(r.positive) + " positive, " + std::to_string(r.negative) +
+                            " negative, " + std::to_string(zero) + " zero");
+    sum.field("inertia", "{\"positive\": " + std::to_string(r.positive) +
+                             ", \"negative\": " + std::to_string(r.negative) +
+                             ", \"zero\": " + std::to_string(zero) + "}");
+  }
+  if (!diagonal) {
+    sum.text("refinement",
+             counted(r.steps, "step") + " (iparm(8) = " + std::to_string(ip[7]) + ")");
+    sum.field("refinement_steps", std::to_string(r.steps));
+    sum.field("iparm8", std::to_string(ip[7]));
+  }
+  const vmcli::AccuracyGoal goal;
+  if (o.target > 0.0) {
+    const vmcli::AccuracyReport &a = r.accuracy;
+    for (const auto &line : vmcli::describe(a, goal)) sum.text(line.first.c_str(), line.second);
+    if (!retry.empty()) sum.text("refactored", retry);
+    const char *verdict = singular             ? "not reached: the residual is not reduced"
+                          : r.accuracy.reached ? "reached"
+                                               : "not reached";
+    sum.text("target", number("%.1e", o.target) + " " + verdict);
+    std::string stages = "{\"first_solve\": " + json_number(a.first);
+    if (a.refined >= 0.0)
+      stages += ", \"refined\": " + json_number(a.refined) +
+                ", \"refined_steps\": " + std::to_string(a.refined_steps);
+    if (a.krylov >= 0.0)
+      stages += ", \"krylov\": " + json_number(a.krylov) +
+                ", \"krylov_iterations\": " + std::to_string(a.krylov_iterations);
+    if (!retry.empty()) stages += ", \"refactored\": " + json_string(retry);
+    sum.field("accuracy", stages + "}");
+    sum.field("target", json_number(o.target));
+    sum.field("target_reached", !singular && r.accuracy.reached ? "true" : "false");
+  }
+  sum.text("time", "analysis " + number("%.3f", r.seconds[0]) + " s, factorization " +
+                       number("%.3f", r.seconds[1]) + " s, solve " + number("%.3f", r.seconds[2]) +
+                       " s");
+  sum.field("time", "{\"analysis\": " + json_number(r.seconds[0]) +
+                        ", \"factorization\": " + json_number(r.seconds[1]) +
+                        ", \"solve\": " + json_number(r.seconds[2]) + "}");
+  const bool rated = r.seconds[1] > 0.0 && r.mflop > 0;
+  const double gflops = rated ? r.mflop / 1000.0 / r.seconds[1] : NAN;
+  sum.text("GFLOP/s", rated ? number("%.2f", gflops) + " (factorization)" : "-");
+  sum.field("gflops", json_number(gflops));
+  sum.text("right-hand side", std::to_string(rhs.nrhs) + ", " + rhs.origin);
+  sum.field("nrhs", std::to_string(rhs.nrhs));
+  sum.field("rhs", json_string(rhs.origin));
+  sum.text("backward error",
+           number("%.2e", berr) + "  ||b - A x||_inf / (||A||_inf ||x||_inf + ||b||_inf)");
+  sum.field("backward_error", json_number(berr));
+  if (known) {
+    sum.text("error", number("%.2e", ferr) + "  ||x - x_known||_inf / ||x_known||_inf");
+    sum.field("error", json_number(ferr));
+  }
+  if (!o.output.empty()) {
+    sum.text("solution", "written to " + o.output);
+    sum.field("solution", json_string(o.output));
+  }
+  if (!o.quiet) sum.print(o.json);
   std::fflush(stdout);
+  if (singular || (o.target > 0.0 && !r.accuracy.reached))
+    fail(p.name + ": " + shortfall(r, o, n, retry, singular, unexplained));
   return kExitOk;
 }
 

@@ -25,6 +25,57 @@ extern "C" {
 #define VELMORA_API
 #endif
 
+/*
+ * The two calls every program makes, declared plainly (the table below
+ * declares them again, with their other spellings).  docs/USAGE.md lists
+ * every slot of iparm and dparm.
+ */
+
+/*
+ * Fills iparm (64 ints) and dparm (64 doubles) with the defaults of `mtype`
+ * and clears the handle pt (64 pointer-sized slots, owned by the caller).
+ *   pt      out: the handle, all slots zero
+ *   mtype   in:  matrix type: 1 real structurally symmetric, 2 real symmetric
+ *                positive definite, -2 real symmetric indefinite, 11 real
+ *                unsymmetric; 3, 4 (Hermitian positive definite), -4
+ *                (Hermitian indefinite), 6 (complex symmetric), 13 complex
+ *   solver  in:  0 the direct solver, 1 the iterative one
+ *   iparm   out: the integer controls
+ *   dparm   out: the double controls, written for the iterative solver only
+ *   error   out: 0
+ */
+VELMORA_API void velmorainit(void **pt, const int *mtype, const int *solver, int *iparm,
+                             double *dparm, int *error);
+
+/*
+ * Runs the phases `phase` asks for on the handle pt.
+ *   pt      in/out: the handle of velmorainit; phase -1 releases it
+ *   maxfct  in:  factorizations kept at once (1)
+ *   mnum    in:  which of them this call uses (1)
+ *   mtype   in:  matrix type, as for velmorainit
+ *   phase   in:  11 analysis, 12 analysis and factorization, 13 all three,
+ *                22 factorization, 23 factorization and solve, 33 solve,
+ *                0 release the factor of mnum, -1 release everything
+ *   n       in:  order of the matrix
+ *   a       in:  values in compressed rows (interleaved real and imaginary
+ *                parts for the complex types); the upper triangle for the
+ *                symmetric and Hermitian types
+ *   ia      in:  n+1 row starts, one-based: row i is ia[i-1] .. ia[i]-1
+ *   ja      in:  column indices, one-based, increasing within a row
+ *   perm    in/out: a permutation or mask, by iparm(5) and iparm(31); else unused
+ *   nrhs    in:  right-hand sides
+ *   iparm   in/out: the integer controls and statistics (iparm(1) is iparm[0])
+ *   msglvl  in:  0 silent, 1 a report on standard output
+ *   b       in:  nrhs right-hand sides of n values each, one after the other
+ *   x       out: the solutions, laid out as b
+ *   error   out: 0, or a negative VELMORA_ERR_* code
+ *   dparm   in/out: the double controls
+ */
+VELMORA_API void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype,
+                         const int *phase, const int *n, void *a, const int *ia, const int *ja,
+                         int *perm, const int *nrhs, int *iparm, const int *msglvl, void *b,
+                         void *x, int *error, double *dparm);
+
 /* Apply F to every spelling of one call.  F(spelling, name, ret, params, args). */
 /* clang-format off */
 #define VELMORA_SPELL_1(F, lo, UP, ret, params, args) F(UP, lo, ret, params, args)

@@ -58,26 +58,35 @@ void diagonal_front(const CallArgs &c) {
   if ((phase == 11 || phase == 23 || phase == 33) && *c.error != 0) *c.error = -7;
 }
 
-// Called from inside a caller's active parallel region, every region of
-// the call (analysis, factorization, solve) runs on the caller's thread
-// alone, even where the caller allows nested teams: the caller's team
-// already holds the cores, and teams of our own on each of its threads
-// would oversubscribe them.  The caller's thread count is put back at the
-// end of the call.
-class CallerThreadOnly {
+// Every parallel region of a call, those of the vector kernels and of the
+// threaded BLAS among them, forks at most the team the call asks for: the
+// caller's iparm(3) when it is honoured (iparm(1) 1) and positive, or the
+// runtime's count.  Called from inside a caller's active parallel region,
+// every region of the call (analysis, factorization, solve) runs on the
+// caller's thread alone, even where the caller allows nested teams: the
+// caller's team already holds the cores, and teams of our own on each of
+// its threads would oversubscribe them.  The caller's thread count is put
+// back at the end of the call.
+class CallTeam {
  public:
-  CallerThreadOnly() : nested_(omp_in_parallel() != 0), saved_(omp_get_max_threads()) {
-    if (nested_) omp_set_num_threads(1);
+  explicit CallTeam(int *iparm) : saved_(omp_get_max_threads()) {
+    int team = saved_;
+    if (omp_in_parallel() != 0)
+      team = 1;
+    else if (ip(iparm, 1) == 1 && ip(iparm, 3) > 0)
+      team = ip(iparm, 3);
+    changed_ = team != saved_;
+    if (changed_) omp_set_num_threads(team);
   }
-  ~CallerThreadOnly() {
-    if (nested_) omp_set_num_threads(saved_);
+  ~CallTeam() {
+    if (changed_) omp_set_num_threads(saved_);
   }
-  CallerThreadOnly(const CallerThreadOnly &) = delete;
-  CallerThreadOnly &operator=(const CallerThreadOnly &) = delete;
+  CallTeam(const CallTeam &) = delete;
+  CallTeam &operator=(const CallTeam &) = delete;
 
  private:
-  bool nested_;
   int saved_;
+  bool changed_ = false;
 };
 
 }  // namespace
@@ -126,7 +135,7 @@ void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, co
     return;
   }
   {
-    const CallerThreadOnly caller_thread;
+    const CallTeam team(iparm);
     // No exception leaves the library.  The layers that use containers
     // catch their own std::bad_alloc and report the memory class; this is
     // the last guard of a C caller.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs velmora-solve as a user would and checks what it prints.
-# Usage: run.sh <velmora-solve> <matrix-dir> <case>
+# Usage: run.sh <velmora-solve> <matrix-dir> <case> [<hard_matrices>]
 #   default        the bundled problem on a 20^3 grid
 #   west0479       a general matrix that needs the matching
 #   bcsstk13       a symmetric positive definite matrix
@@ -9,15 +9,21 @@
 #   mangled        every broken file refused with one line and a failure status
 #   options        right-hand side and solution files, pattern and complex files,
 #                  a wrong command line
+#   unix           --version, --json, --quiet, early refusals, the reader's
+#                  leniencies and the summary's own consistency
+#   accuracy       the backward error target: every file of the folder and the
+#                  generated hard matrices (written by <hard_matrices>) at one
+#                  and two threads either reach it or fail with a message
 set -uo pipefail
 
-if [ $# -ne 3 ]; then
-  echo "usage: $0 <velmora-solve> <matrix-dir> <case>" >&2
+if [ $# -lt 3 ] || [ $# -gt 4 ]; then
+  echo "usage: $0 <velmora-solve> <matrix-dir> <case> [<hard_matrices>]" >&2
   exit 2
 fi
 prog=$1
 dir=$2
 case=$3
+generator=${4:-}
 # Every case but the bundled problem reads the team's matrix folder; without
 # it the case is skipped (status 77), naming the folder.
 if [ "$case" != default ] && [ ! -d "$dir" ]; then
@@ -80,7 +86,145 @@ expect_refusal() {
   fi
 }
 
+# judge <name>: either success below the target 1e-14, or status 1 with
+# a message on stderr that names the file; nothing else.
+judge() {
+  local name=$1
+  case "$err" in *Sanitizer* | *"runtime error"*) bad "$name: sanitizer report" ;; esac
+  if [ "$status" -eq 0 ]; then
+    below "$(field "backward error")" 1e-14 ||
+      bad "$name: status 0 with backward error $(field "backward error")"
+  elif [ "$status" -eq 1 ]; then
+    # Progress lines of slow steps may come first.
+    case "$(printf '%s\n' "$err" | tail -1)" in "velmora-solve: "*"$name"*) ;;
+      *) bad "$name: the last line on stderr is not a message naming the file" ;; esac
+  else
+    bad "$name: status $status"
+  fi
+}
+
+# stage <label>: the backward error a stage of the policy printed.
+stage() { field "$1"; }
+
+mm() { # mm <file> <banner words> <size line> <entry lines...>
+  local f=$1 banner=$2 size=$3
+  shift 3
+  { printf '%%%%MatrixMarket matrix %s\n%s\n' "$banner" "$size"; printf '%s\n' "$@"; } >"$f"
+}
+
 case "$case" in
+  unix)
+    solve --version
+    [ "$status" -eq 0 ] || bad "--version: status $status"
+    case "$out" in "velmora-solve "[0-9]*) ;; *) bad "--version prints '$out'" ;; esac
+    solve --json "$dir/bcsstk13.mtx"
+    [ "$status" -eq 0 ] || bad "--json: status $status"
+    if command -v python3 >/dev/null; then
+      printf '%s\n' "$out" | python3 -m json.tool >/dev/null || bad "--json does not parse"
+      printf '%s\n' "$out" | python3 -c 'import json, sys
+d = json.load(sys.stdin)
+assert d["n"] == 2003 and d["mtype"] == 2 and d["backward_error"] < 1e-13, d
+assert d["inertia"]["positive"] == 2003 and d["target_reached"] is True, d' ||
+        bad "--json figures"
+    fi
+    solve --json --verbose "$dir/bcsstk13.mtx"
+    [ "$status" -eq 2 ] || bad "--json --verbose: status $status, expected 2"
+    solve --quiet "$dir/west0479.mtx"
+    [ "$status" -eq 0 ] && [ -z "$out$err" ] || bad "--quiet: status $status, output '$out$err'"
+    # Refused before anything is solved: a path that cannot be written, a
+    # pattern whose entries cannot justify its size, a compressed file.
+    solve --output "$work/no/such/dir/x.mtx" "$dir/west0479.mtx"
+    [ "$status" -eq 2 ] && [ -z "$out" ] || bad "bad --output: status $status, output '$out'"
+    case "$err" in *"no/such/dir/x.mtx"*) ;; *) bad "bad --output not named" ;; esac
+    mm "$work/huge.mtx" "coordinate pattern symmetric" "100000000 100000000 3" "1 1" "2 1" "3 3"
+    solve "$work/huge.mtx"
+    expect_refusal huge.mtx "check the size line"
+    cp "$dir/west0479.mtx" "$work/w.mtx" && gzip -f "$work/w.mtx"
+    solve "$work/w.mtx.gz"
+    expect_refusal w.mtx.gz "gzip-compressed"
+    # What other readers take: entries above the diagonal of a symmetric
+    # file, a value column after a pattern, integers beyond 64 bits.
+    mm "$work/lower.mtx" "coordinate real symmetric" "3 3 5" "1 1 4" "2 1 -1" "2 2 4" "3 2 -1" "3 3 4"
+    mm "$work/upper.mtx" "coordinate real symmetric" "3 3 5" "1 1 4" "1 2 -1" "2 2 4" "2 3 -1" "3 3 4"
+    solve --x-random "$work/lower.mtx"
+    expect_success 1e-15
+    first=$(field "error")
+    solve --x-random "$work/upper.mtx"
+    expect_success 1e-15
+    [ "$(field "error")" = "$first" ] || bad "the upper triangle solves differently"
+    grep -q '^note .*2 entries given above the diagonal' <<<"$out" || bad "no note on the upper entries"
+    mm "$work/patval.mtx" "coordinate pattern general" "2 2 3" "1 1 5" "2 1 1" "2 2 7"
+    solve "$work/patval.mtx"
+    expect_success 1e-15
+    mm "$work/big.mtx" "coordinate integer general" "2 2 2" "1 1 123456789012345678901234" "2 2 3"
+    solve "$work/big.mtx"
+    expect_success 1e-15
+    grep -q '^file .*2 entries in the file' <<<"$out" || bad "file line"
+    # The summary agrees with itself: a diagonal matrix with a negative entry
+    # is indefinite, one with a zero entry is singular at its row, a complex
+    # symmetric matrix has no inertia, and one of anything is singular.
+    mm "$work/diag.mtx" "coordinate real symmetric" "3 3 3" "1 1 2" "2 2 -1" "3 3 4"
+    solve "$work/diag.mtx"
+    expect_success 1e-15
+    [ "$(field mtype)" = -2 ] || bad "diagonal with a negative entry: mtype $(field mtype)"
+    [ "$(field threads)" = - ] || bad "diagonal: threads $(field threads)"
+    mm "$work/zero.mtx" "coordinate real general" "3 3 3" "1 1 2" "2 2 0" "3 3 4"
+    solve "$work/zero.mtx"
+    expect_refusal zero.mtx "the diagonal entry of row 2 is zero"
+    mm "$work/csym.mtx" "coordinate complex symmetric" "2 2 3" "1 1 2 1" "2 1 1 0" "2 2 3 0"
+    solve "$work/csym.mtx"
+    expect_success 1e-15
+    grep -q '^inertia' <<<"$out" && bad "complex symmetric: an inertia line"
+    mm "$work/one.mtx" "coordinate real general" "1 1 1" "1 1 2"
+    solve "$work/one.mtx"
+    grep -q '^file .*1 entry in the file' <<<"$out" || bad "1 entry"
+    solve --threads 1 "$dir/bp_1200.mtx"
+    grep -q '^perturbed *1 pivot (' <<<"$out" || bad "$(grep '^perturbed' <<<"$out")"
+    ;;
+  accuracy)
+    "$generator" "$work" || bad "hard_matrices failed"
+    for t in 1 2; do
+      for f in "$dir"/*.mtx "$work"/*.mtx; do
+        case "$f" in */rhs_*) continue ;; esac
+        solve --threads "$t" "$f"
+        judge "$(basename "$f")"
+      done
+      # Refinement stalls at about 1e-10 on the symmetric near-singular
+      # pairs, whose tiny pivots were perturbed; FGMRES on the factor ends
+      # below the target.  The unsymmetric ones stall just above it.
+      solve --threads "$t" --rhs "$work/rhs_1600.mtx" "$work/near_singular_sym.mtx"
+      judge near_singular_sym.mtx
+      below 1e-12 "$(stage refined)" || bad "refinement did not stall: $(stage refined)"
+      below "$(stage krylov)" 1e-14 || bad "FGMRES did not reach the target: $(stage krylov)"
+      solve --threads "$t" --rhs "$work/rhs_1600.mtx" "$work/near_singular.mtx"
+      judge near_singular.mtx
+      if ! below "$(stage refined)" 1e-14; then
+        below "$(stage krylov)" 1e-14 || bad "FGMRES did not reach the target: $(stage krylov)"
+      fi
+      # No pivot perturbed, yet the first solve misses: explicit refinement.
+      solve --threads "$t" "$work/kkt_growth.mtx"
+      judge kkt_growth.mtx
+      [ "$(field perturbed)" = 0 ] || bad "kkt_growth: $(field perturbed) pivots perturbed"
+      below 1e-13 "$(stage "first solve")" || bad "kkt_growth: the first solve reached the target"
+      below "$(stage refined)" 1e-14 || bad "kkt_growth: refinement did not reach the target"
+      # Singular matrices with b outside the range: refused, as the peers do.
+      for pair in kkt_deficient:1105 neumann:1600 half_rank:800; do
+        solve --threads "$t" --rhs "$work/rhs_${pair#*:}.mtx" "$work/${pair%:*}.mtx"
+        judge "${pair%:*}.mtx"
+        [ "$status" -eq 1 ] || bad "${pair%:*}: status $status, expected 1"
+        case "$err" in *"numerically singular: "*" pivots perturbed, residual not reduced"*) ;;
+          *) bad "${pair%:*}: no numerical singularity named" ;; esac
+      done
+      solve --threads "$t" "$work/struct_singular.mtx"
+      expect_refusal struct_singular.mtx "structurally singular: its structural rank is 99 of 100"
+    done
+    # Without a target the first solve is the answer, whatever it is.
+    solve --target 0 "$work/kkt_growth.mtx"
+    [ "$status" -eq 0 ] || bad "--target 0: status $status"
+    [ -z "$(stage "first solve")" ] || bad "--target 0 still refines"
+    solve --target 1 "$work/kkt_growth.mtx"
+    [ "$status" -eq 2 ] || bad "--target 1: status $status, expected 2"
+    ;;
   default)
     solve --grid 20
     expect_success 1e-14
