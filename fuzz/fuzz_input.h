@@ -171,7 +171,8 @@ inline void repair(Matrix &m, std::vector<std::vector<Entry>> &rows, int flags) 
 // Fault kinds that follow the repairs.
 inline void apply_fault(Matrix &m, int kind, int where) {
   const int n = m.n;
-  const int nnz = m.ia[static_cast<std::size_t>(n)] - 1;
+  // Entries as written (an earlier fault may have moved the row pointers).
+  const int nnz = static_cast<int>(m.ja.size());
   const int row = where % n;
   const int k = nnz > 0 ? where % nnz : 0;
   switch (kind % 9) {
