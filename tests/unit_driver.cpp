@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "interface/control.h"
 #include "interface/memory.h"
+#include "test_matrices.h"
 #include "velmora.h"
 
 namespace {
@@ -93,6 +97,77 @@ TEST_F(AllocationFailure, EveryCountOfFailuresLeavesNoLeak) {
       EXPECT_EQ(t.call(-1, 0), 0);
     }
     for (void *p : t.pt) EXPECT_EQ(p, nullptr) << "k=" << k;
+  }
+}
+
+// Analysis, factorization and solve (phase 13) of each family on a small
+// grid with its k-th allocation failing (group or scratch), for every k the
+// call reaches: -2 each time with the group named at msglvl 1, and phase -1
+// releases the handle (the sanitizer build's leak check sees the rest).
+TEST_F(AllocationFailure, EveryAllocationOfAFullSolveFailsCleanly) {
+  static const char *const kGroups[] = {"BASIC",    "FACT_ADR", "LOC_INT1", "STRUC_S0", "WORK_I0",
+                                        "STRUC_S1", "STRUC_S2", "STRUC_FI", "LOC_INT2", "UP_UPLEN",
+                                        "FACT_L&U", "WORK_R0",  "CGS_ARR"};
+  const testmat::Csr upper = testmat::grid_laplacian(4, 4, 3, true);
+  const testmat::Csr full = testmat::grid_laplacian(4, 4, 3, false);
+  for (int mtype : {2, -2, 11, 13}) {
+    const testmat::Csr &m = mtype > 10 ? full : upper;
+    const int width = mtype == 13 ? 2 : 1;
+    std::vector<double> a;
+    for (double v : m.a) {
+      a.push_back(v);
+      if (width == 2) a.push_back(0.5 * v);
+    }
+    // Returns the result and the allocations the call asked for.
+    auto solve = [&](int k, std::string *out) {
+      std::array<void *, 64> pt{};
+      std::array<int, 64> iparm{};
+      std::array<double, 64> dparm{};
+      int type = mtype, solver = 0, error = 0, maxfct = 1, mnum = 1, n = m.n, nrhs = 1;
+      velmorainit(pt.data(), &type, &solver, iparm.data(), dparm.data(), &error);
+      std::vector<double> b(static_cast<size_t>(n) * width, 1.0), x(b.size());
+      std::vector<int> perm(n);
+      int phase = 13, msglvl = 1;
+      vm::testing::fail_allocation_after(k);
+      ::testing::internal::CaptureStdout();
+      velmora(pt.data(), &maxfct, &mnum, &type, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
+              perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
+      *out = ::testing::internal::GetCapturedStdout();
+      const std::int64_t seen = vm::testing::allocations_seen();
+      const int result = error;
+      vm::testing::fail_allocation_after(0);
+      phase = -1;
+      msglvl = 0;
+      velmora(pt.data(), &maxfct, &mnum, &type, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
+              perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
+      EXPECT_EQ(error, 0) << "release, mtype " << mtype << " k " << k;
+      // A release of a handle left empty marks it; that one is released too.
+      if (pt[1] != nullptr)
+        velmora(pt.data(), &maxfct, &mnum, &type, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
+                perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error,
+                dparm.data());
+      for (void *p : pt) EXPECT_EQ(p, nullptr) << "mtype " << mtype << " k " << k;
+      return std::make_pair(result, seen);
+    };
+    std::string out;
+    const auto [clean, total] = solve(0, &out);
+    ASSERT_EQ(clean, 0) << "mtype " << mtype;
+    ASSERT_GT(total, 10) << "mtype " << mtype;
+    for (int k = 1; k <= total; ++k) {
+      SCOPED_TRACE("mtype " + std::to_string(mtype) + ", allocation " + std::to_string(k) + " of " +
+                   std::to_string(total));
+      const int result = solve(k, &out).first;
+      ASSERT_EQ(result, -2) << out;
+      // The class line's code names the group of the memory line.
+      const size_t at = out.find("(insufficient_memory     ) error_num= ");
+      ASSERT_NE(at, std::string::npos) << out;
+      const int code = std::atoi(out.c_str() + at + 38);
+      ASSERT_TRUE(code <= -100 && code > -1400) << out;
+      const std::string group = kGroups[-code / 100 - 1];
+      EXPECT_NE(out.find("*** error velmora (memory allocation) " + group + ", size to allocate: "),
+                std::string::npos)
+          << out;
+    }
   }
 }
 

@@ -3,8 +3,9 @@
 # release build with warnings as errors (with the installed-package tests of
 # C and Fortran consumers, and the Python package's tests), and in a build
 # with AddressSanitizer and UndefinedBehaviorSanitizer.  Then the tests that
-# run the parallel regions (label parallel) once more under ThreadSanitizer.
-# Source formatting is checked first.
+# run the parallel regions (label parallel) once more under ThreadSanitizer,
+# and each fuzz target for a fixed number of runs under libFuzzer with both
+# sanitizers.  Source formatting is checked first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/deps.sh clang-format python3-numpy python3-scipy python3-pytest
@@ -39,3 +40,8 @@ cmake --build build-tsan -j"$jobs" --target parallel_tests
 norand=()
 if setarch "$(uname -m)" -R true 2>/dev/null; then norand=(setarch "$(uname -m)" -R); fi
 "${norand[@]}" ctest --test-dir build-tsan --output-on-failure -L parallel -j"$jobs"
+
+echo "== fuzz"
+# A fixed number of runs of each target from its seed corpus (about a
+# minute in all); long campaigns: tools/fuzz.sh with more runs.
+bash tools/fuzz.sh 40000

@@ -13,6 +13,7 @@
 #include "analysis/mpssym.h"
 #include "analysis/perm.h"
 #include "analysis/smat.h"
+#include "common/allocation.h"
 #include "common/matrix_type.h"
 #include "quor/corelib/quor_log.h"
 
@@ -26,7 +27,7 @@ struct Buf {
   T *p = nullptr;
   explicit Buf(std::int64_t count) {
     p = static_cast<T *>(
-        std::malloc(static_cast<std::size_t>(std::max<std::int64_t>(count, 1)) * sizeof(T)));
+        scratch_malloc(static_cast<std::size_t>(std::max<std::int64_t>(count, 1)) * sizeof(T)));
   }
   Buf(const Buf &) = delete;
   Buf &operator=(const Buf &) = delete;
@@ -53,7 +54,7 @@ int build_magnitudes(int mtype, int ns, const int *ia, const int *ja, const doub
   auto mag = [&](int k) {
     return cplx ? std::hypot(a[2 * std::int64_t{k}], a[2 * std::int64_t{k} + 1]) : std::fabs(a[k]);
   };
-  out->ia = static_cast<int *>(std::calloc(static_cast<std::size_t>(ns) + 1, sizeof(int)));
+  out->ia = static_cast<int *>(scratch_calloc(static_cast<std::size_t>(ns) + 1, sizeof(int)));
   if (out->ia == nullptr) return kMatchNoMemory;
   int *count = out->ia + 1;  // count[i]: entries of row i, shifted by one below
   for (int i = 0; i < ns; ++i) {
@@ -66,8 +67,8 @@ int build_magnitudes(int mtype, int ns, const int *ia, const int *ja, const doub
   }
   for (int i = 0; i < ns; ++i) out->ia[i + 1] += out->ia[i];
   const std::size_t nnz = static_cast<std::size_t>(out->ia[ns]);
-  out->ja = static_cast<int *>(std::malloc(std::max<std::size_t>(nnz, 1) * sizeof(int)));
-  out->a = static_cast<double *>(std::malloc(std::max<std::size_t>(nnz, 1) * sizeof(double)));
+  out->ja = static_cast<int *>(scratch_malloc(std::max<std::size_t>(nnz, 1) * sizeof(int)));
+  out->a = static_cast<double *>(scratch_malloc(std::max<std::size_t>(nnz, 1) * sizeof(double)));
   if (out->ja == nullptr || out->a == nullptr) return kMatchNoMemory;
   Buf<int> cursor(ns);
   if (cursor.p == nullptr) return kMatchNoMemory;

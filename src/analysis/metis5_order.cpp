@@ -61,6 +61,7 @@
 
 #include "analysis/metis_calls.h"
 #include "analysis/ordering.h"
+#include "common/allocation.h"
 
 namespace vm {
 namespace {
@@ -74,8 +75,8 @@ struct NdContext {
   int levels = 0;
   int *order = nullptr;  // order[k] = zero-based node at zero-based position k
   int *domains = nullptr;
-  std::vector<int> local;  // node -> index in the current subgraph, else -1
-  std::vector<int> seen;   // repetition marker while building a subgraph
+  scratch_vector<int> local;  // node -> index in the current subgraph, else -1
+  scratch_vector<int> seen;   // repetition marker while building a subgraph
   idx_t sep_options[METIS_NOPTIONS];
   idx_t nd_options[METIS_NOPTIONS];
 };
@@ -113,8 +114,8 @@ void map_options(const int *o8, bool for_node_nd, idx_t *opt) {
 
 // Zero-based subgraph induced by verts, without self loops or repeated
 // edges.
-void build_subgraph(NdContext &c, const std::vector<int> &verts, std::vector<idx_t> &sx,
-                    std::vector<idx_t> &sa) {
+void build_subgraph(NdContext &c, const scratch_vector<int> &verts, scratch_vector<idx_t> &sx,
+                    scratch_vector<idx_t> &sa) {
   const int m = static_cast<int>(verts.size());
   for (int k = 0; k < m; ++k) {
     c.local[verts[k]] = k;
@@ -138,14 +139,14 @@ void build_subgraph(NdContext &c, const std::vector<int> &verts, std::vector<idx
 
 // Orders verts into positions first.. and records the domain in the slot of
 // the leftmost leaf below (depth, slot).
-int order_domain(NdContext &c, const std::vector<int> &verts, std::vector<idx_t> &sx,
-                 std::vector<idx_t> &sa, int depth, int slot, int first) {
+int order_domain(NdContext &c, const scratch_vector<int> &verts, scratch_vector<idx_t> &sx,
+                 scratch_vector<idx_t> &sa, int depth, int slot, int first) {
   idx_t m = static_cast<idx_t>(verts.size());
   if (m <= 2 || sx[m] == 0) {
     for (idx_t k = 0; k < m; ++k) c.order[first + k] = verts[k];
   } else {
-    std::vector<idx_t> lperm(m);
-    std::vector<idx_t> liperm(m);
+    scratch_vector<idx_t> lperm(m);
+    scratch_vector<idx_t> liperm(m);
     const int rc =
         metis_node_nd(&m, sx.data(), sa.data(), c.nd_options, lperm.data(), liperm.data());
     if (rc != METIS_OK) return metis_status(rc);
@@ -157,24 +158,24 @@ int order_domain(NdContext &c, const std::vector<int> &verts, std::vector<idx_t>
   return kOrderOk;
 }
 
-int dissect(NdContext &c, std::vector<int> &verts, int depth, int slot, int first) {
+int dissect(NdContext &c, scratch_vector<int> &verts, int depth, int slot, int first) {
   const int m = static_cast<int>(verts.size());
   if (m == 0) return kOrderOk;
-  std::vector<idx_t> sx;
-  std::vector<idx_t> sa;
+  scratch_vector<idx_t> sx;
+  scratch_vector<idx_t> sa;
   build_subgraph(c, verts, sx, sa);
   if (depth == c.levels) return order_domain(c, verts, sx, sa, depth, slot, first);
 
-  std::vector<int> part0;
-  std::vector<int> part1;
-  std::vector<int> sep;
+  scratch_vector<int> part0;
+  scratch_vector<int> part1;
+  scratch_vector<int> sep;
   if (sx[m] == 0) {
     if (m == 1) return order_domain(c, verts, sx, sa, depth, slot, first);
     part0.assign(verts.begin(), verts.begin() + m / 2);
     part1.assign(verts.begin() + m / 2, verts.end());
   } else {
     if (m <= 2) return order_domain(c, verts, sx, sa, depth, slot, first);
-    std::vector<idx_t> where(m);
+    scratch_vector<idx_t> where(m);
     idx_t nvtxs = m;
     idx_t sepsize = 0;
     const int rc =
@@ -194,9 +195,9 @@ int dissect(NdContext &c, std::vector<int> &verts, int depth, int slot, int firs
     }
   }
   // Release this level's copies before going down.
-  std::vector<idx_t>().swap(sx);
-  std::vector<idx_t>().swap(sa);
-  std::vector<int>().swap(verts);
+  scratch_vector<idx_t>().swap(sx);
+  scratch_vector<idx_t>().swap(sa);
+  scratch_vector<int>().swap(verts);
 
   const int n0 = static_cast<int>(part0.size());
   const int n1 = static_cast<int>(part1.size());
@@ -209,17 +210,18 @@ int dissect(NdContext &c, std::vector<int> &verts, int depth, int slot, int firs
 
 int run_nested_dissection(NdContext &c, const int *options8, int target) {
   const int n = c.n;
-  std::vector<int> scratch(static_cast<std::size_t>(order_check_graph_work_size(n, c.xadj[n] - 1)));
+  scratch_vector<int> scratch(
+      static_cast<std::size_t>(order_check_graph_work_size(n, c.xadj[n] - 1)));
   int status = order_check_graph(n, c.xadj, c.adjncy, 1, scratch.data());
   if (status != kOrderOk) return status;
-  std::vector<int>().swap(scratch);
+  scratch_vector<int>().swap(scratch);
 
   c.local.assign(n, -1);
   c.seen.assign(n, -1);
   map_options(options8, false, c.sep_options);
   map_options(options8, true, c.nd_options);
 
-  std::vector<int> verts;
+  scratch_vector<int> verts;
   verts.reserve(n);
   int tail = n;
   const int pfactor = c.nd_options[METIS_OPTION_PFACTOR];
@@ -228,7 +230,7 @@ int run_nested_dissection(NdContext &c, const int *options8, int target) {
     c.nd_options[METIS_OPTION_PFACTOR] = 0;
     const double average = static_cast<double>(c.xadj[n] - 1) / n;
     const double limit = 0.1 * pfactor * average;
-    std::vector<int> dense;
+    scratch_vector<int> dense;
     for (int i = 0; i < n; ++i) {
       if (c.xadj[i + 1] - c.xadj[i] > limit) {
         dense.push_back(i);

@@ -19,6 +19,7 @@
 
 #include "analysis/perm.h"
 #include "analysis/sparse_assert.h"
+#include "common/allocation.h"
 
 namespace vm {
 
@@ -28,9 +29,9 @@ int mps_heap_create(MpsHeap *h, int capacity) {
   const std::size_t cap = static_cast<std::size_t>(std::max(capacity, 1));
   h->size = 0;
   h->capacity = capacity;
-  h->node = static_cast<int *>(std::malloc(cap * sizeof(int)));
-  h->key = static_cast<double *>(std::malloc(cap * sizeof(double)));
-  h->pos = static_cast<int *>(std::malloc(cap * sizeof(int)));
+  h->node = static_cast<int *>(scratch_malloc(cap * sizeof(int)));
+  h->key = static_cast<double *>(scratch_malloc(cap * sizeof(double)));
+  h->pos = static_cast<int *>(scratch_malloc(cap * sizeof(int)));
   if (h->node == nullptr || h->key == nullptr || h->pos == nullptr) {
     mps_heap_free(h);
     return kMpsNoMemory;
@@ -140,11 +141,11 @@ struct Work {
   int allocate(int m, int n) {
     const std::size_t sm = static_cast<std::size_t>(std::max(m, 1));
     const std::size_t sn = static_cast<std::size_t>(std::max(n, 1));
-    col = static_cast<Column *>(std::malloc(sn * sizeof(Column)));
-    col_of_row = static_cast<int *>(std::malloc(sm * sizeof(int)));
-    stack = static_cast<int *>(std::malloc(sm * sizeof(int)));
-    touched = static_cast<int *>(std::malloc(sn * sizeof(int)));
-    closed = static_cast<int *>(std::malloc(sn * sizeof(int)));
+    col = static_cast<Column *>(scratch_malloc(sn * sizeof(Column)));
+    col_of_row = static_cast<int *>(scratch_malloc(sm * sizeof(int)));
+    stack = static_cast<int *>(scratch_malloc(sm * sizeof(int)));
+    touched = static_cast<int *>(scratch_malloc(sn * sizeof(int)));
+    closed = static_cast<int *>(scratch_malloc(sn * sizeof(int)));
     if (!col || !col_of_row || !stack || !touched || !closed) return kMpsNoMemory;
     return mps_heap_create(&heap, n);
   }
@@ -365,9 +366,10 @@ int MPS_VELMORA(int m, int n, const int *ia, const int *ja, const double *a, int
   // The cost matrix: log|a_ij| of the entries that are not zero (nor
   // infinite or NaN, which no scale could balance).
   const std::size_t nnz = static_cast<std::size_t>(ia[m]);
-  int *cia = static_cast<int *>(std::malloc((static_cast<std::size_t>(m) + 1) * sizeof(int)));
-  int *cja = static_cast<int *>(std::malloc(std::max<std::size_t>(nnz, 1) * sizeof(int)));
-  double *cost = static_cast<double *>(std::malloc(std::max<std::size_t>(nnz, 1) * sizeof(double)));
+  int *cia = static_cast<int *>(scratch_malloc((static_cast<std::size_t>(m) + 1) * sizeof(int)));
+  int *cja = static_cast<int *>(scratch_malloc(std::max<std::size_t>(nnz, 1) * sizeof(int)));
+  double *cost =
+      static_cast<double *>(scratch_malloc(std::max<std::size_t>(nnz, 1) * sizeof(double)));
   int status = kMpsNoMemory;
   if (cia != nullptr && cja != nullptr && cost != nullptr) {
     int cnt = 0;

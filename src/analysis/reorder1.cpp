@@ -105,7 +105,7 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
   r = Reorder1Results{};
 
   double t0 = omp_get_wtime();
-  if (ladj_mod_capacity(n, ia) > 0x7ffffffe) return kReorderOverflow;
+  if (ladj_mod_capacity(n, ia) > kMaxAdjacency) return kReorderOverflow;
   r.nadj =
       static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, s.nthreads, a.xadj, a.adjncy, a.work));
   debug_dump_array("xadj", a.xadj, n + 1, 4);
@@ -150,14 +150,16 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
     r.domain_width = std::max(r.domain_width, a.domains[2 * d + 1] - a.domains[2 * d] + 1);
   // Distributed mode: the top splits into each node's local top and the
   // global top; sfinit takes their pairs in place of the top pair.
+  // A node without a domain would have nothing to factor: the split has at
+  // most as many nodes as there are domains, whatever iparm(52) asks.
   int npairs = r.ndom;
-  if (s.distributed != 0 && s.nnodes >= 1 && s.schur_size == 0 && s.sparse_rhs == 0 &&
-      r.ndom >= 2) {
-    r.local_separators = split_top_by_node(n, a.xadj, a.adjncy, a.perm, a.domains, r.ndom, s.nnodes,
+  const int nodes = std::min(s.nnodes, r.ndom);
+  if (s.distributed != 0 && nodes >= 1 && s.schur_size == 0 && s.sparse_rhs == 0 && r.ndom >= 2) {
+    r.local_separators = split_top_by_node(n, a.xadj, a.adjncy, a.perm, a.domains, r.ndom, nodes,
                                            a.domains + 2 * r.ndom, a.work);
     r.global_separators = n - a.domains[2 * r.ndom] + 1 - r.local_separators;
-    r.node_split = s.nnodes;
-    npairs = r.ndom + s.nnodes;
+    r.node_split = nodes;
+    npairs = r.ndom + nodes;
   }
 
 #pragma omp parallel for schedule(static)

@@ -59,6 +59,8 @@ struct Reorder1Results {
 // Status values besides 0 and the ordering routines' own.
 constexpr int kReorderBadUserPerm = -11;  // the caller's perm is no permutation
 constexpr int kReorderOverflow = -182;    // the graph exceeds 32-bit indices
+// Largest adjacency (entries of both triangles) the 32-bit indices hold.
+constexpr std::int64_t kMaxAdjacency = 0x7ffffffe;
 
 // Ints of work: enough for the adjacency, the chosen ordering, the domain
 // regrouping and sfinit.

@@ -183,6 +183,8 @@ void dgetrf_p(int m, int n, T *a, int lda, int *ipiv, int *pivot_col, int *npert
     if (eps >= static_cast<double>(abs_of(p))) {
       ++*npert;
       p = real_part(p) < R(0) ? T(-value) : T(value);
+    } else if (not_a_number(p)) {
+      ++*npert;  // counted, left: values that are not numbers reached it
     }
     const T pk = p;
     T *below = a + k * ld + k + 1;
@@ -300,6 +302,8 @@ void getf2_diagpiv(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert
       ++*npert;
       p = replaced_pivot(p, value);
       A(k, k) = p;
+    } else if (not_a_number(p)) {
+      ++*npert;  // counted, left: values that are not numbers reached it
     }
     count_sign(p, npos, nneg);
     if (logdet != nullptr) *logdet += std::log(static_cast<double>(abs_of(p)));
@@ -453,6 +457,11 @@ void sytf2_pert(char uplo, int n, T *a, int lda, int *ipiv, int *info, int *nper
       A(k, k) = T(real_part(A(k, k)));
       if (kstep == 2) A(k + 1, k + 1) = T(real_part(A(k + 1, k + 1)));
     }
+    // A pivot that values which are not numbers reached is counted with
+    // the perturbed ones and left as it is.
+    if (not_a_number(A(k, k)) ||
+        (kstep == 2 && (not_a_number(A(k + 1, k)) || not_a_number(A(k + 1, k + 1)))))
+      *npert += kstep;
     if (kstep == 1) {
       const T d = A(k, k);
       if (logdet != nullptr) *logdet += std::log(static_cast<double>(abs_of(d)));

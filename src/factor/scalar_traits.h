@@ -69,6 +69,16 @@ inline real_of<T> abs_of(T v) {
   return std::abs(v);
 }
 
+// True when v (either part of a complex v) is not a number.
+template <class T>
+inline bool not_a_number(T v) {
+  if constexpr (scalar_traits<T>::is_complex) {
+    return std::isnan(v.real()) || std::isnan(v.imag());
+  } else {
+    return std::isnan(v);
+  }
+}
+
 // Real part; the value itself on real types.
 template <class T>
 inline real_of<T> real_part(T v) {

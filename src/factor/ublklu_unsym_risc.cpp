@@ -143,6 +143,10 @@ bool factor_panel(const Target<T> &k, int *pivot, int *pivot_col, double eps, Pi
     dgetrf_p<T>(k.ncols, k.ncols, k.panel, k.len, pivot, pivot_col, &sums.perturbed, eps, &info);
   } else {
     info = blas::getrf<T>(k.ncols, k.ncols, k.panel, k.len, pivot);
+    // Pivots that values which are not numbers reached are counted with
+    // the perturbed ones (this form perturbs none).
+    for (int i = 0; info == 0 && i < k.ncols; ++i)
+      if (not_a_number(k.panel[i + static_cast<std::ptrdiff_t>(i) * k.len])) ++sums.perturbed;
   }
   if (info != 0) return false;
   if (k.uld == 0) return true;

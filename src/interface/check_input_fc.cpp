@@ -4,6 +4,7 @@
 
 #include <omp.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -158,6 +159,11 @@ int count_threads() {
   return team > 0 ? team : (counted > 0 ? counted : 1);
 }
 
+int usable_team(int asked) {
+  const int cap = std::min(omp_get_thread_limit(), std::max(64, 8 * omp_get_num_procs()));
+  return std::clamp(asked, 1, std::max(cap, 1));
+}
+
 int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f) {
   int *iparm = c.iparm;
   const int phase = *c.phase;
@@ -178,7 +184,7 @@ int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f) {
   if (phase >= -1 && phase <= 33) {
     if (ip(iparm, 3) <= 0) ip(iparm, 3) = count_threads();
   }
-  cb->s.nthreads = ip(iparm, 3) > 0 ? ip(iparm, 3) : 1;
+  cb->s.nthreads = usable_team(ip(iparm, 3));
 
   const int code = run_tests(c, cb->s.check, nnz, f);
   if (code != 0) return code;

@@ -42,6 +42,12 @@ const char *pattern_fault_text(PatternFault fault);
 // The team size of a parallel region of the runtime, counted by the team.
 int count_threads();
 
+// The team a call works with when iparm(3) asks for `asked` threads (at
+// least 1): as asked, but never beyond the runtime's thread limit nor
+// beyond 8 threads a core (at least 64), so that an absurd count cannot
+// make the runtime start, or size work for, billions of threads.
+int usable_team(int asked);
+
 }  // namespace vm
 
 #endif  // VELMORA_INTERFACE_CHECK_INPUT_FC_H

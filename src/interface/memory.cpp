@@ -13,13 +13,6 @@ namespace vm {
 
 namespace {
 
-int g_fail_countdown = 0;
-
-bool injected_failure() {
-  if (g_fail_countdown <= 0) return false;
-  return --g_fail_countdown == 0;
-}
-
 // Each allocation counts its kilobytes rounded down, plus one.
 std::int64_t kilobytes(std::int64_t bytes) {
   return bytes / 1024 + 1;
@@ -59,7 +52,7 @@ const char *group_name(int code) {
 }
 
 int group_alloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
-  if (bytes < 0 || bytes > kMaxGroupBytes || injected_failure()) {
+  if (bytes < 0 || bytes > kMaxGroupBytes || injected_allocation_failure()) {
     if (cb) cb->fail_bytes = bytes;
     return code;
   }
@@ -78,7 +71,7 @@ int group_alloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
 }
 
 int group_realloc(ControlBlock *cb, void **slot, std::int64_t bytes, int code) {
-  if (bytes < 0 || bytes > kMaxGroupBytes || injected_failure()) {
+  if (bytes < 0 || bytes > kMaxGroupBytes || injected_allocation_failure()) {
     if (cb) cb->fail_bytes = bytes;
     return code;
   }
@@ -97,11 +90,5 @@ void group_release(void **slot) {
   if (holds_block(*slot)) std::free(*slot);
   *slot = nullptr;
 }
-
-namespace testing {
-void fail_allocation_after(int k) {
-  g_fail_countdown = k;
-}
-}  // namespace testing
 
 }  // namespace vm

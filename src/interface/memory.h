@@ -4,12 +4,14 @@
 // A group is identified by its failure code (-100 "BASIC" .. -1300
 // "CGS_ARR"); a failed request leaves the slot as it was and returns the
 // code, so that the driver can report it and the caller can still release
-// the handle with phase -1.
+// the handle with phase -1.  Each request passes the test hook of
+// common/allocation.h.
 #ifndef VELMORA_INTERFACE_MEMORY_H
 #define VELMORA_INTERFACE_MEMORY_H
 
 #include <cstdint>
 
+#include "common/allocation.h"
 #include "interface/control.h"
 
 namespace vm {
@@ -39,11 +41,6 @@ std::int64_t group_kilobytes(std::int64_t bytes);
 
 // Largest request a group accepts; larger sizes fail with the group's code.
 constexpr std::int64_t kMaxGroupBytes = std::int64_t{1} << 46;
-
-namespace testing {
-// Makes the k-th group allocation from now on fail (k >= 1); 0 disarms.
-void fail_allocation_after(int k);
-}  // namespace testing
 
 }  // namespace vm
 

@@ -15,6 +15,7 @@
 #include "analysis/domains.h"
 #include "analysis/ladj_mod.h"
 #include "analysis/matching.h"
+#include "analysis/ordering.h"
 #include "analysis/reorder1.h"
 #include "analysis/symbolic.h"
 #include "common/matrix_type.h"
@@ -51,8 +52,12 @@ bool has_matching(void **pt) {
 // The first `domain pairs` the ordering may deliver, with room to close.
 // In distributed mode the pairs of the nodes' local tops and the global
 // top follow.
+// The domain list: the domains, the top, and a pair for each node of a
+// split, which has at most one node a domain.
 std::int64_t domain_ints(const ControlBlock *cb) {
-  return 2 * (std::int64_t{cb->s.target_domains} + std::max(cb->s.nnodes, 1) + 3);
+  const std::int64_t target = cb->s.target_domains;
+  return 2 * (target +
+              std::clamp<std::int64_t>(cb->s.nnodes, 1, std::max<std::int64_t>(target, 1)) + 3);
 }
 
 int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
@@ -115,7 +120,9 @@ int stage_ordering(const CallArgs &c, ControlBlock *cb, int *stage) {
   if (r.t_adjacency >= 0) add_time(cb, kTimeFullAdj, r.t_adjacency);
   if (r.t_ordering >= 0) add_time(cb, kTimeReorder, r.t_ordering);
   if (r.t_symbolic >= 0) add_time(cb, kTimeSymbFct, r.t_symbolic);
-  if (status != 0) *stage = status == kReorderOverflow ? -8 : -3;
+  // Out of memory inside the ordering (its scratch, METIS or AMD) is a
+  // memory failure, not a failed ordering.
+  if (status != 0) *stage = status == kReorderOverflow ? -8 : status == kOrderNoMemory ? -2 : -3;
   return status;
 }
 

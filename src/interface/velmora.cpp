@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include "interface/check_input_fc.h"
 #include "interface/control.h"
 #include "interface/defaults.h"
 #include "interface/diag.h"
@@ -59,13 +61,13 @@ void diagonal_front(const CallArgs &c) {
 
 // Every parallel region of a call, those of the vector kernels and of the
 // threaded BLAS among them, forks at most the team the call asks for: the
-// caller's iparm(3) when it is honoured (iparm(1) 1) and positive, or the
-// runtime's count.  Called from inside a caller's active parallel region,
-// every region of the call (analysis, factorization, solve) runs on the
-// caller's thread alone, even where the caller allows nested teams: the
-// caller's team already holds the cores, and teams of our own on each of
-// its threads would oversubscribe them.  The caller's thread count is put
-// back at the end of the call.
+// caller's iparm(3) when it is honoured (iparm(1) 1) and positive, within
+// the bounds of usable_team, or the runtime's count.  Called from inside a
+// caller's active parallel region, every region of the call (analysis,
+// factorization, solve) runs on the caller's thread alone, even where the
+// caller allows nested teams: the caller's team already holds the cores,
+// and teams of our own on each of its threads would oversubscribe them.
+// The caller's thread count is put back at the end of the call.
 class CallTeam {
  public:
   explicit CallTeam(int *iparm) : saved_(omp_get_max_threads()) {
@@ -73,7 +75,7 @@ class CallTeam {
     if (omp_in_parallel() != 0)
       team = 1;
     else if (ip(iparm, 1) == 1 && ip(iparm, 3) > 0)
-      team = ip(iparm, 3);
+      team = usable_team(ip(iparm, 3));
     changed_ = team != saved_;
     if (changed_) omp_set_num_threads(team);
   }
@@ -135,7 +137,16 @@ void velmora(void **pt, const int *maxfct, const int *mnum, const int *mtype, co
   }
   {
     const CallTeam team(iparm);
-    VELMORA_CCC(c);
+    // No exception leaves the library.  The layers that use containers
+    // catch their own std::bad_alloc and report the memory class; this is
+    // the last guard of a C caller.
+    try {
+      VELMORA_CCC(c);
+    } catch (const std::bad_alloc &) {
+      *error = -2;
+    } catch (...) {
+      *error = -5;
+    }
   }
   // A plain direct solve (phase 33 without the hybrid or iterative path)
   // reports no failure to the caller: what went wrong has been printed at

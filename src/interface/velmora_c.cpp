@@ -15,8 +15,10 @@
 
 #include "analysis/bitvec.h"
 #include "analysis/domains.h"
+#include "analysis/ladj_mod.h"
 #include "analysis/matching.h"
 #include "analysis/perm.h"
+#include "analysis/reorder1.h"
 #include "interface/check_input_fc.h"
 #include "interface/defaults.h"
 #include "interface/dump.h"
@@ -146,11 +148,14 @@ int analysis_group(const CallArgs &c, ControlBlock *cb, int slot, std::int64_t b
 }
 
 // Runs one stage of analysis; a failure becomes result -3 (-8 for an index
-// overflow) with the stage's code.
+// overflow) with the stage's code, or -2 when the ordering ran out of
+// memory: reported as the ordering's work group, "STRUC_S1".
 int analysis_stage(const CallArgs &c, ControlBlock *cb, int stage, Failure *f) {
   int st = stage;
   const int code = NUMERIC_DRIVER_VELMORA(c, cb, &st);
-  if (code != 0) {
+  if (code != 0 && st == -2) {
+    *f = Failure{-2, -600};
+  } else if (code != 0) {
     f->result = st == -8 || code == -182 ? -8 : -3;
     f->code = code;
   }
@@ -265,6 +270,13 @@ int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f);
 // driver.  Returns the result class (0 or negative) and fills f.
 int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   ControlState &s = cb->s;
+  // A graph whose adjacency (both triangles) passes the 32-bit indices is
+  // refused from the row pointers alone, before anything walks the columns
+  // or allocates for them.
+  if (c.ia[0] == 1 && ladj_mod_capacity(*c.n, c.ia) > kMaxAdjacency) {
+    *f = Failure{-8, kReorderOverflow};
+    return f->result;
+  }
   // A pattern that would send a stage outside its arrays, or that the
   // matching and the maps would misread (repeated or unsorted columns,
   // entries below the diagonal of a symmetric type), is refused before any

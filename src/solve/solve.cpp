@@ -22,8 +22,11 @@ bool uses_task_form(const SolveInput &in) {
   return in.nrhs == 1 && in.ntasks > 1 && in.parallel != 0;
 }
 
+// Blocks of right-hand sides for a solve of several: one a thread, and
+// never more than there are right-hand sides (iparm(3) may ask for any
+// team).
 int block_count(const SolveInput &in) {
-  return std::max(1, in.nthreads);
+  return std::clamp(in.nthreads, 1, std::max(in.nrhs, 1));
 }
 
 // The substitution of the symmetric families: LDL^T for mtype -2, the
