@@ -98,15 +98,15 @@ bool finite(const T *v, int32_t n) {
   return true;
 }
 
-// One call of phase 33 with the handle; the refinement's own interrupt
-// (contraction too slow) keeps its solution and counts as success.
+// One call of phase 33 with the handle.  A plain direct solve reports no
+// failure of its refinement: the caller keeps the best solution found.
 int solve_phase(const SystemView &s, const HandleView &h, int nrhs, const double *b, double *x,
                 int msglvl) {
   int maxfct = 1, mnum = 1, mtype = s.mtype, phase = 33, n = s.n, error = 0;
   velmora(h.pt, &maxfct, &mnum, &mtype, &phase, &n, const_cast<double *>(s.a),
           const_cast<int *>(s.ia), const_cast<int *>(s.ja), h.perm, &nrhs, h.iparm, &msglvl,
           const_cast<double *>(b), x, &error, h.dparm);
-  return error == VELMORA_ERR_FACTOR ? 0 : error;
+  return error;
 }
 
 // Givens rotation that zeroes b against a: [c s; -conj(s) c] [a; b] = [r; 0].

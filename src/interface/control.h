@@ -147,12 +147,11 @@ struct ControlState {
   double flops;               // of one numeric factorization
   // The hybrid iteration (iparm(4)), kept from call to call: the limit and
   // the stagnation check of the next run, whether the next numeric phase
-  // may iterate (0 after an analysis or a failed run: it factors), the
-  // divergence bound, and the seconds of the last factorization.
+  // may iterate (0 after an analysis or a failed run: it factors), and the
+  // seconds of the last factorization.
   std::int32_t hybrid_budget;
   std::int32_t hybrid_check;
   std::int32_t hybrid_ready;
-  std::int32_t hybrid_div;
   double hybrid_factor_seconds;
 };
 

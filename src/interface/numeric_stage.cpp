@@ -356,7 +356,6 @@ HybridSettings hybrid_settings(const CallArgs &c, const ControlBlock *cb, const 
   h.tol = rctl(const_cast<ControlBlock *>(cb), kRctlHybridTol);
   h.budget = s.hybrid_budget;
   h.check = s.hybrid_check;
-  h.div = s.hybrid_div > 0 ? s.hybrid_div : 10000;
   return h;
 }
 
@@ -379,8 +378,8 @@ int hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intpt
   add_time(cb, kTimeSolve, run->solve_seconds);
   if (error != 0) return error;
   if (budget_of(cb, run->solve_seconds) < 1) {  // no iteration allowed
+    run->allowed = false;
     run->code = -3;
-    run->iterations = 0;
     return 0;
   }
   const HybridSettings h = hybrid_settings(c, cb, in);

@@ -48,6 +48,7 @@ std::int64_t hybrid_work_bytes(const CallArgs &c, const ControlBlock *cb, const 
 // `budget_of`, then the iteration on the caller's matrix in pt(11).
 // Returns 0 or a code of the solve; *code and *iterations are the run's.
 struct HybridRun {
+  bool allowed = true;  // false: the limit allowed no iteration (code -3)
   int code = 0;
   int iterations = 0;
   double solve_seconds = 0.0;

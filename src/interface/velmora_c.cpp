@@ -568,7 +568,7 @@ int run_hybrid(const CallArgs &c, ControlBlock *cb, Failure *f) {
       st = -4;
       break;
     }
-    if (run.code == -3 && run.iterations == 0) {
+    if (!run.allowed) {
       ip(iparm, 20) = -5;  // the limit allowed no iteration
     } else {
       ip(iparm, 20) = run.code != 0 ? run.code - 10 * run.iterations : run.iterations;
