@@ -126,6 +126,39 @@ TEST(Mps, ProductIsTheMaximumOverAllPermutations) {
   }
 }
 
+// Rows and columns with nearly every entry (arrowheads and their mixes):
+// the searches relax only part of a dense row, and the duals must still
+// prove the matching optimal (scaled entries at most 1, matched ones 1).
+TEST(Mps, DenseRowsAndColumnsKeepTheDualsFeasible) {
+  std::mt19937 gen(77);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (int trial = 0; trial < 40; ++trial) {
+    const int n = 100 + static_cast<int>(gen() % 300);
+    std::vector<std::vector<char>> has(n, std::vector<char>(n, 0));
+    for (int i = 0; i < n; ++i) {
+      has[i][i] = unit(gen) < 0.8;
+      for (int q = static_cast<int>(gen() % 8); q > 0; --q) has[i][gen() % n] = 1;
+    }
+    for (int d = 1 + trial % 3; d > 0; --d) {
+      const int r = static_cast<int>(gen() % n), c = static_cast<int>(gen() % n);
+      for (int j = 0; j < n; ++j) has[r][j] |= unit(gen) < 0.9;
+      for (int i = 0; i < n; ++i) has[i][c] |= unit(gen) < 0.9;
+    }
+    Entries e;
+    for (int i = 0; i < n; ++i)
+      for (int j = 0; j < n; ++j) {
+        if (!has[i][j]) continue;
+        const double mag = trial % 2 ? 1.0 + gen() % 4 : (i == j ? 1.0 : 10.0 + j % 3);
+        e.push_back({{i, j}, (unit(gen) < 0.5 ? -1 : 1) * mag});
+      }
+    const Zcsr A = zero_based(testmat::from_entries(n, e, false));
+    const Result r = match(A);
+    SCOPED_TRACE("trial " + std::to_string(trial));
+    ASSERT_TRUE(is_permutation(r.p, 0));
+    if (r.rank == n) expect_scaled(A, r);
+  }
+}
+
 TEST(Mps, StructurallySingularMatrixIsCompletedToAPermutation) {
   // Rows 0 and 1 hold only column 0; column 3 is empty.
   const Zcsr A = zero_based(testmat::from_entries(

@@ -130,6 +130,30 @@ struct Column {
   int unused;
 };
 
+// An entry of a dense row in the order of its key c_ij - v_j, largest
+// first.  The key is taken when the row is first expanded; v_j only grows
+// afterwards, so the stored key stays an upper bound of the current one.
+struct RankedEntry {
+  double key;
+  int k;
+};
+
+// Dense rows (a row of an arrowhead, say) reached by many searches would
+// cost their whole length in each.  Their entries are ranked once, and a
+// search relaxes only those whose bound can still beat the best path found.
+struct DenseRows {
+  int *first = nullptr;    // m: offset of the row's ranked entries, or -1
+  bool *ranked = nullptr;  // m: the ranking is built
+  RankedEntry *entry = nullptr;
+  int *candidate = nullptr;  // widest dense row
+
+  // The rows with at least this many entries are ranked.
+  static int threshold(int m, int nnz) {
+    const int average = m > 0 ? nnz / m : 0;
+    return std::max(64, 8 * average);
+  }
+};
+
 struct Work {
   Column *col = nullptr;      // n
   int *col_of_row = nullptr;  // m
@@ -137,8 +161,9 @@ struct Work {
   int *closed = nullptr;      // n: columns closed in this search
   int *stack = nullptr;       // m: rows waiting to be expanded
   MpsHeap heap{0, 0, nullptr, nullptr, nullptr};
+  DenseRows dense;
 
-  int allocate(int m, int n) {
+  int allocate(int m, int n, const int *ia) {
     const std::size_t sm = static_cast<std::size_t>(std::max(m, 1));
     const std::size_t sn = static_cast<std::size_t>(std::max(n, 1));
     col = static_cast<Column *>(scratch_malloc(sn * sizeof(Column)));
@@ -147,17 +172,73 @@ struct Work {
     touched = static_cast<int *>(scratch_malloc(sn * sizeof(int)));
     closed = static_cast<int *>(scratch_malloc(sn * sizeof(int)));
     if (!col || !col_of_row || !stack || !touched || !closed) return kMpsNoMemory;
+    if (allocate_dense(m, ia) != kMpsOk) return kMpsNoMemory;
     return mps_heap_create(&heap, n);
   }
+
+  int allocate_dense(int m, const int *ia) {
+    const int limit = DenseRows::threshold(m, ia[m]);
+    std::size_t total = 0;
+    int widest = 0;
+    for (int i = 0; i < m; ++i) {
+      const int len = ia[i + 1] - ia[i];
+      if (len < limit) continue;
+      total += static_cast<std::size_t>(len);
+      widest = std::max(widest, len);
+    }
+    if (total == 0) return kMpsOk;
+    dense.first = static_cast<int *>(scratch_malloc(static_cast<std::size_t>(m) * sizeof(int)));
+    dense.ranked = static_cast<bool *>(scratch_malloc(static_cast<std::size_t>(m) * sizeof(bool)));
+    dense.entry = static_cast<RankedEntry *>(scratch_malloc(total * sizeof(RankedEntry)));
+    dense.candidate =
+        static_cast<int *>(scratch_malloc(static_cast<std::size_t>(widest) * sizeof(int)));
+    if (!dense.first || !dense.ranked || !dense.entry || !dense.candidate) return kMpsNoMemory;
+    int offset = 0;
+    for (int i = 0; i < m; ++i) {
+      const int len = ia[i + 1] - ia[i];
+      dense.ranked[i] = false;
+      dense.first[i] = len >= limit ? offset : -1;
+      if (len >= limit) offset += len;
+    }
+    return kMpsOk;
+  }
+
   ~Work() {
     std::free(col);
     std::free(col_of_row);
     std::free(stack);
     std::free(touched);
     std::free(closed);
+    std::free(dense.first);
+    std::free(dense.ranked);
+    std::free(dense.entry);
+    std::free(dense.candidate);
     mps_heap_free(&heap);
   }
 };
+
+// The entries of the dense row r that a search may still relax, in row
+// order: those with c_rj - v_j >= need.  Returns their count in
+// w->dense.candidate.
+int dense_candidates(int r, const int *ia, const int *ja, const double *c, double need, Work *w) {
+  DenseRows &d = w->dense;
+  RankedEntry *e = d.entry + d.first[r];
+  const int len = ia[r + 1] - ia[r];
+  if (!d.ranked[r]) {
+    for (int t = 0; t < len; ++t) {
+      const int k = ia[r] + t;
+      e[t] = RankedEntry{c[k] - w->col[ja[k]].v, k};
+    }
+    std::sort(e, e + len, [](const RankedEntry &x, const RankedEntry &y) {
+      return x.key > y.key || (x.key == y.key && x.k < y.k);
+    });
+    d.ranked[r] = true;
+  }
+  int count = 0;
+  for (int t = 0; t < len && e[t].key >= need; ++t) d.candidate[count++] = e[t].k;
+  std::sort(d.candidate, d.candidate + count);
+  return count;
+}
 
 // One shortest augmenting path from the free row r0.  Costs are c[k] +
 // shift.  On success the path is augmented, the duals are updated and 1
@@ -176,8 +257,15 @@ int augment_from(int r0, const int *ia, const int *ja, const double *c, double s
     while (top > 0 && found < 0) {
       const int r = w->stack[--top];
       const double base = len + u[r] - shift;
-      const int end = ia[r + 1];
-      for (int k = ia[r]; k < end; ++k) {
+      // A dense row hands over only the entries with d = base - c + v at
+      // or below best (a little more, against rounding); the others would
+      // be skipped below anyway.
+      const bool dense = w->dense.first != nullptr && w->dense.first[r] >= 0 && best < DBL_MAX;
+      const int count =
+          dense ? dense_candidates(r, ia, ja, c, base - best - 1e-12 * (1.0 + std::fabs(base)), w)
+                : ia[r + 1] - ia[r];
+      for (int t = 0; t < count; ++t) {
+        const int k = dense ? w->dense.candidate[t] : ia[r] + t;
         const int j = ja[k];
         Column &cj = col[j];
         if (cj.state == kClosed) continue;
@@ -264,7 +352,7 @@ int augment_from(int r0, const int *ia, const int *ja, const double *c, double s
 int mps_core(int m, int n, const int *ia, const int *ja, const double *c, int *p, double *u,
              double *v, int warm, int *rank) {
   Work w;
-  if (w.allocate(m, n) != kMpsOk) return kMpsNoMemory;
+  if (w.allocate(m, n, ia) != kMpsOk) return kMpsNoMemory;
   Column *col = w.col;
   // Internally v_j is the negated column log-scale.
   for (int j = 0; j < n; ++j) col[j] = Column{warm ? -v[j] : 0.0, DBL_MAX, -1, -1, kFresh, 0};
