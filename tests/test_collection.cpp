@@ -317,6 +317,41 @@ TEST_P(Collection, ReadAndSolve) {
   }
 }
 
+// The matrices of the folder are small enough that a call keeps its
+// analysis and solve on the calling thread; a generated 3D convection-
+// diffusion problem is large enough for every region to run on the team.
+TEST(CollectionTeams, LargeProblemOnEveryTeam) {
+  const int m = 32, n = m * m * m;
+  vmcli::CsrMatrix full;
+  full.n = n;
+  full.ia.assign(1, 1);
+  for (int z = 0; z < m; ++z)
+    for (int y = 0; y < m; ++y)
+      for (int x = 0; x < m; ++x) {
+        const int i = x + m * (y + m * z);
+        const int step[3] = {1, m, m * m};
+        const int at[3] = {x, y, z};
+        std::vector<std::pair<int, double>> row{{i, 6.0}};
+        for (int d = 0; d < 3; ++d) {
+          if (at[d] > 0) row.push_back({i - step[d], -1.2});
+          if (at[d] + 1 < m) row.push_back({i + step[d], -0.8});
+        }
+        std::sort(row.begin(), row.end());
+        for (const auto &e : row) {
+          full.ja.push_back(e.first + 1);
+          full.a.push_back(e.second);
+        }
+        full.ia.push_back(static_cast<int>(full.ja.size()) + 1);
+      }
+  std::vector<zc> b(n);
+  for (int i = 0; i < n; ++i) b[i] = zc(1.0 + (i % 7), 0.0);
+  for (int threads : {1, 2, 4}) {
+    const Solved t = solve(full, 11, b, threads);
+    ASSERT_EQ(t.error, 0) << "threads " << threads;
+    EXPECT_LT(backward_error(full, t.x, b), 1e-13) << "threads " << threads;
+  }
+}
+
 // Without the folder there is nothing to instantiate; HoldsTheMatrices says so.
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(Collection);
 INSTANTIATE_TEST_SUITE_P(SharedMatrices, Collection, ::testing::ValuesIn(collection_files()),

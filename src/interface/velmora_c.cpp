@@ -264,6 +264,39 @@ int symmetric_matching(const CallArgs &c, ControlBlock *cb, Failure *f) {
   return 0;
 }
 
+// Work below which a phase runs its regions on the calling thread: a solve
+// of fewer factor entries times right-hand sides, an analysis of fewer
+// entries of A.  Either is done in about what waking a sleeping team costs
+// for each of its regions.
+constexpr double kSerialSolveEntries = 3.0e5;
+constexpr double kSerialAnalysisEntries = 2.0e5;
+
+// Narrows the team of the regions of a small piece of work to the calling
+// thread for the duration, and restores it.  What the work computes does
+// not depend on it: the threads a result is shaped for come from iparm(3).
+class SerialIfSmall {
+ public:
+  SerialIfSmall(double work, double limit) {
+    const int team = omp_get_max_threads();
+    if (team > 1 && work < limit) {
+      saved_ = team;
+      omp_set_num_threads(1);
+    }
+  }
+  ~SerialIfSmall() {
+    if (saved_ > 0) omp_set_num_threads(saved_);
+  }
+  SerialIfSmall(const SerialIfSmall &) = delete;
+  SerialIfSmall &operator=(const SerialIfSmall &) = delete;
+
+ private:
+  int saved_ = 0;
+};
+
+double solve_entries(const ControlState &s, int nrhs) {
+  return static_cast<double>(s.nnz_l + s.nnz_u) * std::max(nrhs, 1);
+}
+
 int analysis_stages(const CallArgs &c, ControlBlock *cb, Failure *f);
 
 // Analysis: the groups of each stage, then stages 1 to 3 of the numeric
@@ -294,6 +327,7 @@ int run_analysis(const CallArgs &c, ControlBlock *cb, Failure *f) {
   leaves = std::min<std::int64_t>(leaves, *c.n);
   s.stack_size = std::max<std::int64_t>(8 * leaves + 4, 16);
 
+  const SerialIfSmall small(static_cast<double>(s.nnz) + *c.n, kSerialAnalysisEntries);
   if (*c.mtype > 10 && unsymmetric_matching(c, cb, f) != 0) return f->result;
   if (is_sym_indefinite_group(*c.mtype) && s.matching_mode >= 1 &&
       symmetric_matching(c, cb, f) != 0)
@@ -482,6 +516,7 @@ int solve_step(const CallArgs &c, ControlBlock *cb, const SolveInput &in, Failur
     cb->s.refine_bytes = refine;
   }
   *st = kStageNumeric;
+  const SerialIfSmall team(solve_entries(cb->s, in.nrhs), kSerialSolveEntries);
   const int code = numeric_solve(c, cb, in, st);
   group_release(&pt_slot(pt, kPtRefineWork));
   cb->s.refine_bytes = 0;
@@ -561,7 +596,10 @@ int run_hybrid(const CallArgs &c, ControlBlock *cb, Failure *f) {
       return f->result;
     }
     HybridRun run;
-    code = numeric_hybrid(c, cb, in, budget_before_iteration, &run);
+    {
+      const SerialIfSmall team(solve_entries(s, in.nrhs), kSerialSolveEntries);
+      code = numeric_hybrid(c, cb, in, budget_before_iteration, &run);
+    }
     group_release(&pt_slot(c.pt, kPtRefineWork));
     ip(iparm, 7) = 0;
     if (code != 0) {

@@ -64,7 +64,7 @@ class Iteration {
  public:
   Iteration(const HybridSettings &s, const RefineMatrix<T> &m, SolveRef<T> solve, Vectors<T> v)
       : s_(s), m_(m), solve_(solve), v_(v), len_(std::int64_t{s.n} * s.nrhs) {
-    par_[0] = s.nthreads;
+    par_[0] = std::clamp(omp_get_max_threads(), 1, std::max(1, s.nthreads));
     par_[1] = 0;
   }
 

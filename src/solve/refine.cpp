@@ -121,7 +121,8 @@ std::int64_t fixed_doubles(const RefineSettings &s) {
 
 // Largest team of the product, at most p, whose work fits `room` doubles.
 int product_team(const RefineSettings &s, std::int64_t room) {
-  const int p = std::max(1, s.nthreads), c = cwidth(s);
+  // No more than the call's team: a small solve narrows it to one thread.
+  const int p = std::clamp(omp_get_max_threads(), 1, std::max(1, s.nthreads)), c = cwidth(s);
   for (int t = p; t > 1; --t) {
     const std::int64_t need = extended_path(s)
                                   ? amuxy_res_work_doubles(s.transposed, s.n, s.nrhs, s.mtype, t, c)
