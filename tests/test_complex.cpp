@@ -441,6 +441,9 @@ TEST(Complex, HermitianIndefiniteInBothPivotModes) {
     // count) and the BLAS kernels.  A wrong pivot or a lost update lands
     // far above 1e-12.
     for (int pivoting : {0, 1}) expect_solved(name, -4, m, 1e-12, {{21, pivoting}});
+  // One-column supernodes (iparm(30) 1): nothing pivots; the blocks of
+  // their runs are Hermitian.
+  for (int c = 0; c < 3; ++c) expect_solved(cases[c].first, -4, cases[c].second, 1e-12, {{30, 1}});
 }
 
 TEST(Complex, HermitianSymmetricMatching) {
@@ -464,6 +467,7 @@ TEST(Complex, ComplexSymmetricInBothPivotModes) {
   for (const auto &[name, m] : cases)
     for (int pivoting : {0, 1}) expect_solved(name, 6, m, 1e-14, {{21, pivoting}});
   expect_solved("Helmholtz with matching", 6, helmholtz(8, 8, 8), 1e-14, {{21, 1}, {13, 1}});
+  expect_solved("Helmholtz, one-column supernodes", 6, helmholtz(14, 14, 12), 1e-13, {{30, 1}});
 }
 
 TEST(Complex, LogDeterminant) {

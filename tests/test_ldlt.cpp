@@ -98,9 +98,18 @@ struct Result {
   int error, pos, neg, perturbed, steps;
   double berr;
   int subgraphs;  // "# of independent subgraphs" of the report
+  int nnz;        // iparm(18)
+  std::string report;
 };
 
-Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0, int threads = 0) {
+// The integer after `label` in a report, or -1.
+int reported(const std::string &report, const std::string &label) {
+  const size_t at = report.find(label);
+  return at == std::string::npos ? -1 : std::atoi(report.c_str() + at + label.size());
+}
+
+Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0, int threads = 0,
+             int width = 0) {
   std::array<void *, 64> pt{};
   std::array<int, 64> iparm{};
   std::array<double, 64> dparm{};
@@ -110,6 +119,7 @@ Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0
   iparm[1] = ordering;
   iparm[12] = matching;
   iparm[2] = threads;
+  iparm[29] = width;
   std::vector<double> a = m.a, b(n), x(n);
   for (int i = 0; i < n; ++i) b[i] = std::sin(0.3 * i) + 0.5;
   std::vector<int> perm(n);
@@ -118,10 +128,15 @@ Result solve(const testmat::Csr &m, int pivoting, int ordering, int matching = 0
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
           perm.data(), &nrhs, iparm.data(), &msglvl, b.data(), x.data(), &error, dparm.data());
   const std::string out = testing::internal::GetCapturedStdout();
-  const std::string label = "# of independent subgraphs:";
-  const size_t at = out.find(label);
-  const int subgraphs = at == std::string::npos ? -1 : std::atoi(out.c_str() + at + label.size());
-  Result r{error, iparm[21], iparm[22], iparm[13], iparm[6], backward_error(m, x, b), subgraphs};
+  Result r{error,
+           iparm[21],
+           iparm[22],
+           iparm[13],
+           iparm[6],
+           backward_error(m, x, b),
+           reported(out, "# of independent subgraphs:"),
+           iparm[17],
+           out};
   msglvl = 0;
   phase = -1;
   velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, a.data(), m.ia.data(), m.ja.data(),
@@ -148,6 +163,41 @@ TEST(Indefinite, InertiaAndBackwardErrorInBothPivotModes) {
         if (r.perturbed > 0) {
           EXPECT_GT(r.steps, 0) << "perturbed pivots are refined";
         }
+      }
+    }
+  }
+}
+
+// iparm(30) 1, as interior-point optimisers set it: every supernode is one
+// column, so nothing pivots and tiny pivots are perturbed.  The report shows
+// one-column supernodes and the entries of L counted by columns, whatever
+// blocks the arithmetic runs in; answers and inertia hold at every width.
+TEST(Indefinite, OneColumnSupernodes) {
+  const std::vector<std::pair<std::string, testmat::Csr>> cases = {
+      {"KKT 14x14 grid, 60 constraints", kkt(14, 60, 4)},
+      {"random indefinite 300", random_indefinite(300, 6)}};
+  for (const auto &[name, m] : cases) {
+    const auto want = dense_inertia(m);
+    for (int pivoting : {0, 1}) {
+      for (int matching : {0, 1}) {
+        SCOPED_TRACE(name + " pivoting " + std::to_string(pivoting) + " matching " +
+                     std::to_string(matching));
+        const Result r = solve(m, pivoting, 2, matching, 1, 1);
+        ASSERT_EQ(r.error, 0);
+        EXPECT_LT(r.berr, 1e-12) << "perturbed " << r.perturbed << " steps " << r.steps;
+        EXPECT_EQ(reported(r.report, "#columns for each panel:"), 1);
+        EXPECT_EQ(reported(r.report, "#supernodes:"), m.n);
+        EXPECT_EQ(reported(r.report, "size of largest supernode:"), 1);
+        EXPECT_EQ(reported(r.report, "number of nonzeros in L"), r.nnz - 1);
+        if (r.perturbed == 0) {
+          EXPECT_EQ(r.pos, want.first);
+          EXPECT_EQ(r.neg, want.second);
+        }
+        // A team of two factors the same blocks in another order.
+        const Result t = solve(m, pivoting, 2, matching, 2, 1);
+        EXPECT_EQ(t.perturbed, r.perturbed);
+        EXPECT_EQ(t.pos, r.pos);
+        EXPECT_LT(t.berr, 1e-12);
       }
     }
   }

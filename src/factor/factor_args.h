@@ -178,12 +178,16 @@ struct PivotSums {
   double logdet = 0.0;  // log |det| of the pivots, less the scaling's share
 };
 
+// pivot_mode of LDL^T factors whose pivot blocks are single columns inside
+// wider supernodes: no exchanges, no 2x2 blocks, stored as 1x1 pivots.
+constexpr int kUnitPivots = 2;
+
 // Scalars handed to every member and returned by it.
 struct FactorScalars {
   int iflag = 0;                // 0; -1 bad pivot or argument; -2 temp too small
   int perturbed = 0;            // pivots replaced
   double eps = 0.0;             // perturbation threshold
-  int pivot_mode = 0;           // -1: diagonal pivoting; 0: Bunch-Kaufman
+  int pivot_mode = 0;           // -1: diagonal pivoting; 0: Bunch-Kaufman; kUnitPivots
   int npos = 0;                 // positive pivots
   int nneg = 0;                 // negative pivots
   int determinant = 0;          // 1: accumulate the log-determinant

@@ -301,7 +301,7 @@ int NUMFCT_SYM_VELMORA(const FactorOptions &opt, const FactorView<void> &f, cons
   if (sc->eps != 0.0 && is_sym_indefinite_group(m)) {
     sc->eps = fit_threshold(sc->eps, f.n, in.ia, in.a);
   }
-  sc->pivot_mode = opt.iparm21 == 0 ? -1 : 0;
+  sc->pivot_mode = opt.unit_pivots == 1 ? kUnitPivots : opt.iparm21 == 0 ? -1 : 0;
   sc->determinant = opt.determinant;
 
   dump_symbolic(f, false);

@@ -26,6 +26,7 @@ struct FactorOptions {
   int schur_size = 0;         // > 0 forces the sequential member
   int eps_exponent = 0;       // iparm(10)
   int iparm21 = 0;            // 0: diagonal pivoting, else Bunch-Kaufman
+  int unit_pivots = 0;        // 1: one-column pivot blocks, whatever iparm21
   int determinant = 0;        // 1: sum the log-determinant
   int single_precision = 0;   // iparm(29)
   int distributed = 0;        // iparm(51)

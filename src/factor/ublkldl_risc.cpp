@@ -15,6 +15,7 @@
 //    so the symbolic structure never changes.
 #include <algorithm>
 #include <cassert>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
@@ -131,6 +132,68 @@ int factor_bunch_kaufman(const Target<T> &k, double eps, PivotSums &sums, bool d
   return info;
 }
 
+// Unit pivots: the supernode is a run of one-column pivot blocks.  Column
+// by column, without exchanges, each pivot is tested as a block of one
+// column is (|d| <= eps: replaced by +-value and counted; the magnitude
+// is |re| + |im| on complex symmetric blocks), and the columns after it in
+// the block are updated by the outer product l (d l)^T; then the rows below
+// are solved at once, L21 = A21 L11^-T D^-1.  The factor is stored as the
+// Bunch-Kaufman form stores 1x1 pivots, so updates and solves read it as
+// such.  Returns 0.
+template <class T, bool kHermitian>
+int factor_unit_pivots(const Target<T> &k, double eps, PivotSums &sums, bool determinant) {
+  using R = real_of<T>;
+  constexpr char kAdj = kHermitian ? 'C' : 'T';
+  const int nc = k.ncols;
+  const std::int64_t ld = k.len;
+  T *a = k.panel;
+  const R value = static_cast<R>(eps != 0.0 ? std::fabs(eps) : 1e-8);
+  for (int j = 0; j < nc; ++j) {
+    T *cj = a + j * ld;  // column j of the block, from its diagonal down: cj[j..nc)
+    if constexpr (kHermitian) cj[j] = T(real_part(cj[j]));
+    R mag;
+    if constexpr (kHermitian || !scalar_traits<T>::is_complex) {
+      mag = std::abs(real_part(cj[j]));
+    } else {
+      mag = std::abs(cj[j].real()) + std::abs(cj[j].imag());
+    }
+    // A magnitude that is not a number compares as 0 here, as in the
+    // one-column kernel: the pivot is replaced.
+    if (eps >= static_cast<double>(mag > R(0) ? mag : R(0))) {
+      ++sums.perturbed;
+      cj[j] = real_part(cj[j]) < 0 ? T(-value) : T(value);
+    }
+    const T d = cj[j];
+    if (not_a_number(d)) ++sums.perturbed;
+    if (determinant) sums.logdet += std::log(static_cast<double>(abs_of(d)));
+    if (real_part(d) < 0) {
+      ++sums.nneg;
+    } else {
+      ++sums.npos;
+    }
+    const T r = kHermitian ? T(R(1) / real_part(d)) : T(1) / d;
+    // a(i, c) -= l_ij * conj(d l_cj) for j < c <= i < nc, column after column.
+    for (int c = j + 1; c < nc; ++c) {
+      const T w = conj_if<kHermitian>(cj[c]);  // d l_cj before scaling
+      const T wl = w * r;
+      T *cc = a + c * ld;
+      for (int i = c; i < nc; ++i) cc[i] -= cj[i] * wl;
+    }
+    for (int i = j + 1; i < nc; ++i) cj[i] *= r;
+    k.pivot[j] = j + 1;
+  }
+  const int below = k.len - nc;
+  if (below == 0) return 0;
+  T *a21 = a + nc;
+  blas::trsm<T>('R', 'L', kAdj, 'U', below, nc, T(1), a, k.len, a21, k.len);
+  for (int j = 0; j < nc; ++j) {
+    const T r = kHermitian ? T(R(1) / real_part(a[j + j * ld])) : T(1) / a[j + j * ld];
+    T *col = a21 + j * ld;
+    for (int i = 0; i < below; ++i) col[i] *= r;
+  }
+  return 0;
+}
+
 // The family's loop; `partitioned` runs it through the block-partitioned
 // driver (blkldl_mpp.h) instead of run_loop.
 template <class T, bool kHermitian>
@@ -138,7 +201,8 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
                       FactorScalars &sc, bool partitioned = false) {
   constexpr char kAdj = kHermitian ? 'C' : 'T';
   const int first_schur = f.n - f.nschur;
-  const bool diagonal_mode = (sc.pivot_mode & 1) != 0;
+  const bool unit_pivots = sc.pivot_mode == kUnitPivots;
+  const bool diagonal_mode = !unit_pivots && (sc.pivot_mode & 1) != 0;
   const bool determinant = sc.determinant == 1;
   auto make = [&](int ksup) {
     Target<T> k;
@@ -169,7 +233,8 @@ std::int64_t ldl_loop(const FactorView<T> &f, const MatrixInput &in, FactorWork<
     };
     auto factor = [&](const Target<T> &k) {
       const int status =
-          diagonal_mode
+          unit_pivots ? factor_unit_pivots<T, kHermitian>(k, sc.eps, task.sums, determinant)
+          : diagonal_mode
               ? factor_diagonal_mode<T, kHermitian>(k, sc.eps, task.sums, determinant)
               : factor_bunch_kaufman<T, kHermitian>(k, sc.eps, task.sums, determinant, task.work);
       return status == 0 ? 0 : status == -2 ? -2 : -1;

@@ -220,6 +220,11 @@ int CHECK_INPUT_FC(const CallArgs &c, ControlBlock *cb, int nnz, Failure *f) {
   if (ip(iparm, 30) >= 1 && (s.ordering < 0 || s.ordering > 2)) s.ordering = 2;
   s.panel_size = panel_width(mtype, analysis_team(s.nthreads, s.identical_results), ip(iparm, 30),
                              ip(iparm, 53));
+  // One-column supernodes of a symmetric type are computed as runs: the
+  // automatic width for the structure, pivots one column at a time.
+  s.unit_pivots = (s.panel_size == 1 && !stores_u(mtype)) ? 1 : 0;
+  if (s.unit_pivots == 1)
+    s.panel_size = panel_width(mtype, analysis_team(s.nthreads, s.identical_results), 0, 0);
   s.block_nodes = ip(iparm, 53);
   s.block_tail = ip(iparm, 54);
   s.sequential = (s.nthreads == 1 && s.nnodes == 1) ? 1 : 0;

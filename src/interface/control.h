@@ -110,7 +110,12 @@ struct ControlState {
   std::int32_t block_nodes;
   std::int32_t block_tail;
   // Further settings of this library.
-  std::int32_t factor_kb;        // kilobytes of one factorization
+  std::int32_t factor_kb;  // kilobytes of one factorization
+  // 1 when every pivot block is one column (iparm(30) 1 on a symmetric
+  // type): the supernodes stay those of the automatic width for the
+  // arithmetic, and a block factors column by column without exchanges;
+  // reports show the one-column supernodes.
+  std::int32_t unit_pivots;
   std::int32_t order_consts[4];  // controls of the ordering dispatch
   CheckMemory check;
   std::int64_t nnz_l;

@@ -343,7 +343,9 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
   const std::int64_t entries = s.nnz_l + (stores_u(s.mtype) ? s.nnz_u : 0);
   // The count the caller sees is the report's "L+U": nnz_u is 1 for a
   // symmetric matrix, which stores no U.
-  const std::int64_t counted = s.nnz_l + s.nnz_u;
+  // One-column supernodes count their columns' entries, not the panels of
+  // the runs they are computed in.
+  const std::int64_t counted = (s.unit_pivots == 1 ? s.fill : s.nnz_l) + s.nnz_u;
   if (ip(iparm, 18) < 0)
     ip(iparm, 18) = counted > 2147483647 ? static_cast<int>(-(counted + 1000) / 1000)
                                          : static_cast<int>(counted);

@@ -110,7 +110,7 @@ SolveInput solve_input(const CallArgs &c, const ControlBlock *cb) {
   in.ntasks = s.ndom;
   in.taskrange = carved<int>(pt, cb, kPtSymbolic, kSymDomains);
   in.nthreads = std::max(1, s.nthreads);
-  in.iparm21 = s.iparm21;
+  in.iparm21 = s.unit_pivots == 1 ? 1 : s.iparm21;  // unit pivots are stored as 1x1 blocks
   in.partitioned = factor_runs_distributed(s) ? 1 : 0;
   return in;
 }
@@ -190,6 +190,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   opt.schur_size = s.schur_size;
   opt.eps_exponent = s.eps_exponent;
   opt.iparm21 = ip(iparm, 21);
+  opt.unit_pivots = s.unit_pivots;
   opt.determinant = s.determinant;
   opt.single_precision = s.single_precision;
   opt.distributed = s.distributed;

@@ -3,6 +3,7 @@
 
 #include <omp.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "interface/report_error.h"
@@ -153,17 +154,21 @@ void print_statistics(const CallArgs &c, const ControlBlock *cb) {
     report_line(" < preprocessing with multiple minimum degree, tree height >");
     report_line(" < reduction for efficient parallel factorization >");
   }
-  report_line("             #columns for each panel:                        %d", s.panel_size);
+  const bool unit = s.unit_pivots == 1;  // one-column supernodes, computed in runs
+  report_line("             #columns for each panel:                        %d",
+              unit ? 1 : s.panel_size);
   report_line("             # of independent subgraphs:                     %d", s.ndom);
   print_ordering(s);
-  report_line("             #supernodes:                                    %d", s.nsuper);
-  report_line("             size of largest supernode:                      %d", s.max_supernode);
+  report_line("             #supernodes:                                    %d",
+              unit ? s.neqns : s.nsuper);
+  report_line("             size of largest supernode:                      %d",
+              unit ? std::min(s.neqns, 1) : s.max_supernode);
   report_line("             number of nonzeros in L                         %li",
-              static_cast<long>(s.nnz_l));
+              static_cast<long>(unit ? s.fill : s.nnz_l));
   report_line("             number of nonzeros in U                         %li",
               static_cast<long>(s.nnz_u));
   report_line("             number of nonzeros in L+U                       %g",
-              static_cast<double>(s.nnz_l) + static_cast<double>(s.nnz_u));
+              static_cast<double>(unit ? s.fill : s.nnz_l) + static_cast<double>(s.nnz_u));
   if (s.distributed != 0) {
     // Columns of the nodes' local tops and of the global top (0 and 0 when
     // the analysis made no node split).
