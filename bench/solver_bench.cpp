@@ -2,7 +2,8 @@
 // MUMPS, SuperLU) on generated and real matrices, at 1 and 2 threads in the
 // same run.
 //
-//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large] [runs]
+//   solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large]
+//                [optimiser] [arrowhead] [runs]
 //                [--quick]
 //                [--threads 1,2] [--out DIR] [--commit ID] [--rows FILE]
 //
@@ -29,6 +30,11 @@
 //             unknowns); on request only.
 //   spd-large the spd section on the 7-point 70^3 and the 27-point 40^3
 //             Laplacians; on request only.
+//   optimiser optimal-control KKT matrices under an interior-point optimiser's
+//             iparm (one-column supernodes) against the automatic width and
+//             MUMPS; console only, one thread, on request.
+//   arrowhead analysis of arrowheads with the matching on against UMFPACK and
+//             MUMPS; console only, one thread, on request.
 //   matching  cost of the maximum-product matching in velmora's analysis
 //             (iparm(13) 1 against 0); console only, one thread, on request.
 //
@@ -991,6 +997,134 @@ void section_real(const Options &o) {
     }
 }
 
+// KKT matrix of an elliptic optimal-control problem on an N x N grid:
+// state y, control u (one per node), multipliers of the discretised
+// Laplacian constraint L y - u = 0, Hessian diag(1 on y, 1e-4 on u), zero
+// block for the multipliers.  Upper triangle by rows, 3 N^2 unknowns.
+Matrix optimal_control(int N) {
+  Matrix m;
+  m.name = "optimal control " + std::to_string(N) + "^2";
+  const int g = N * N;
+  m.n = 3 * g;
+  const double h2 = static_cast<double>(N) * N;
+  for (int i = 0; i < m.n; ++i) {
+    std::vector<std::pair<int, double>> row;
+    if (i < g) {
+      const int x = i % N, y = i / N;
+      row.push_back({i, 1.0});
+      row.push_back({2 * g + i, 4.0 * h2});
+      if (x > 0) row.push_back({2 * g + i - 1, -h2});
+      if (x + 1 < N) row.push_back({2 * g + i + 1, -h2});
+      if (y > 0) row.push_back({2 * g + i - N, -h2});
+      if (y + 1 < N) row.push_back({2 * g + i + N, -h2});
+    } else if (i < 2 * g) {
+      row.push_back({i, 1e-4});
+      row.push_back({i + g, -1.0});
+    } else {
+      row.push_back({i, 0.0});
+    }
+    std::sort(row.begin(), row.end());
+    for (const auto &e : row) {
+      m.ja.push_back(e.first + 1);
+      m.a.push_back(e.second);
+    }
+    m.ia.push_back(static_cast<int>(m.ja.size()) + 1);
+  }
+  return m;
+}
+
+// The controls an interior-point optimiser passes (one-column supernodes,
+// the symmetric matching, 2x2 pivots asked for, perturbation 1e-12), but
+// iparm(6): the optimiser has the solution written over b, the benchmark
+// reads it from x.
+void optimiser_controls(int *iparm) {
+  iparm[0] = 1;
+  iparm[1] = 5;
+  iparm[2] = 1;
+  iparm[9] = 12;
+  iparm[10] = 2;
+  iparm[12] = 1;
+  iparm[20] = 3;
+  iparm[23] = 1;
+  iparm[24] = 1;
+  iparm[29] = 1;
+}
+
+void print_times(const char *solver, const Result &r, double base_factor) {
+  std::printf("  %-28s analyse %8.4f  factor %8.4f  solve %8.5f  factor/base %5.2f  berr %.1e %s\n",
+              solver, r.analyse, r.factor, r.solve, r.factor / base_factor, r.berr,
+              r.failure.c_str());
+}
+
+// Optimal-control KKT matrices under the optimiser's controls, one thread:
+// velmora with them, velmora with the automatic width, and MUMPS (sym 2,
+// its own ordering).  Console only, on request.
+void section_optimiser(const Options &o) {
+  set_threads(1);
+  std::printf(
+      "\n[optimiser] KKT of an optimal-control problem, one thread: velmora with an\n"
+      "            interior-point optimiser's iparm (30 = 1: one-column supernodes), the\n"
+      "            same with the automatic width, MUMPS sym 2 (its ordering); factor/base\n"
+      "            is the factorization time over velmora's automatic width\n");
+  for (int N : o.quick ? std::vector<int>{60} : std::vector<int>{200, 250}) {
+    const Matrix m = optimal_control(N);
+    std::printf("%s, n = %d\n", m.name.c_str(), m.n);
+    const Result unit = run_velmora(m, -2, nullptr, o.runs, optimiser_controls);
+    const Result wide = run_velmora(m, -2, nullptr, o.runs, [](int *iparm) {
+      optimiser_controls(iparm);
+      iparm[1] = 2;
+      iparm[29] = 0;
+    });
+    const Result mumps = run_mumps(m, nullptr, o.runs, 2);
+    print_times("velmora, optimiser's iparm", unit, wide.factor);
+    print_times("velmora, automatic width", wide, wide.factor);
+    print_times("mumps", mumps, wide.factor);
+    std::printf("  one-column over automatic %.2f, over MUMPS %.2f (factorization)\n",
+                unit.factor / wide.factor, unit.factor / mumps.factor);
+  }
+}
+
+// Arrowheads: a dense first row and column on a diagonal, unsymmetric
+// values that keep the weighted matching busy.
+Matrix arrowhead(int n) {
+  Matrix m;
+  m.name = "arrowhead " + std::to_string(n);
+  m.n = n;
+  m.full = true;
+  for (int i = 0; i < n; ++i) {
+    if (i == 0) {
+      for (int j = 0; j < n; ++j) {
+        m.ja.push_back(j + 1);
+        m.a.push_back(j == 0 ? n : 1.0 + j % 7);
+      }
+    } else {
+      m.ja.push_back(1);
+      m.a.push_back(0.5 + i % 5);
+      m.ja.push_back(i + 1);
+      m.a.push_back(4.0 + i % 3);
+    }
+    m.ia.push_back(static_cast<int>(m.ja.size()) + 1);
+  }
+  return m;
+}
+
+// Analysis of arrowheads with the matching on (velmora mtype 11 defaults)
+// against UMFPACK and MUMPS (sym 0), one thread.  Console only, on request.
+void section_arrowhead(const Options &o) {
+  set_threads(1);
+  std::printf(
+      "\n[arrowhead] analysis (and the rest) of arrowheads, one thread: velmora mtype 11\n"
+      "            (defaults: matching and scaling on), UMFPACK, MUMPS sym 0\n");
+  for (int n : o.quick ? std::vector<int>{10000} : std::vector<int>{10000, 30000, 100000}) {
+    const Matrix m = arrowhead(n);
+    std::printf("%s\n", m.name.c_str());
+    const Result ours = run_velmora(m, 11, nullptr, o.runs);
+    print_times("velmora", ours, ours.factor);
+    print_times("umfpack", run_umfpack(m, o.runs), ours.factor);
+    print_times("mumps", run_mumps(m, nullptr, o.runs, 0), ours.factor);
+  }
+}
+
 void section_matching(const Options &o) {
   set_threads(1);
   std::printf(
@@ -1385,6 +1519,7 @@ int main(int argc, char **argv) {
   const std::vector<std::string> all = {"spd", "elast", "kkt", "lu", "real"};
   const char *usage =
       "usage: solver_bench [spd] [elast] [kkt] [lu] [real] [matching] [kkt-large] [spd-large]\n"
+      "                    [optimiser] [arrowhead]\n"
       "                    [runs] [--quick] [--threads 1,2] [--out DIR] [--commit ID]\n"
       "                    [--rows FILE]\n";
   for (int k = 1; k < argc; ++k) {
@@ -1411,6 +1546,7 @@ int main(int argc, char **argv) {
       rows_file = argv[++k];
       continue;
     } else if (arg == "matching" || arg == "kkt-large" || arg == "spd-large" ||
+               arg == "optimiser" || arg == "arrowhead" ||
                std::find(all.begin(), all.end(), arg) != all.end()) {
       sections.push_back(arg);
     } else if (std::atoi(argv[k]) > 0) {
@@ -1450,6 +1586,8 @@ int main(int argc, char **argv) {
     if (s == "matching") section_matching(o);
     if (s == "kkt-large") section_kkt(o, true);
     if (s == "spd-large") section_spd_large(o);
+    if (s == "optimiser") section_optimiser(o);
+    if (s == "arrowhead") section_arrowhead(o);
   }
 
   if (child) {
