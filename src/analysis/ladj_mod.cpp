@@ -17,9 +17,23 @@ inline bool in_range(int col, int n) {
 }
 
 // Sorts each list and removes repeats in place; returns the new length.
+// A list filled in order (every list of a triangle filled by one thread)
+// is already strictly increasing and is left as it is.
 int sort_unique(int *list, int len) {
+  if (std::adjacent_find(list, list + len, [](int a, int b) { return a >= b; }) == list + len)
+    return len;
   std::sort(list, list + len);
   return static_cast<int>(std::unique(list, list + len) - list);
+}
+
+// One slot of row r: a plain increment on one thread, an atomic one on a
+// team.  Returns the old value.
+inline int take(int *count, int r, bool parallel) {
+  if (!parallel) return count[r]++;
+  int at;
+#pragma omp atomic capture
+  at = count[r]++;
+  return at;
 }
 
 }  // namespace
@@ -49,10 +63,8 @@ std::int64_t LADJ_MOD_VELMORA(int n, const int *ia, const int *ja, const int *ro
     for (int k = ia[s] - 1; k < ia[s + 1] - 1; ++k) {
       const int c = ja[k];
       if (!in_range(c, n) || c == r + 1) continue;
-#pragma omp atomic
-      ++count[r];
-#pragma omp atomic
-      ++count[c - 1];
+      take(count, r, parallel);
+      take(count, c - 1, parallel);
     }
   }
   xadj[0] = 1;
@@ -68,13 +80,8 @@ std::int64_t LADJ_MOD_VELMORA(int n, const int *ia, const int *ja, const int *ro
     for (int k = ia[s] - 1; k < ia[s + 1] - 1; ++k) {
       const int c = ja[k];
       if (!in_range(c, n) || c == r + 1) continue;
-      int at;
-#pragma omp atomic capture
-      at = count[r]++;
-      adjncy[at] = c;
-#pragma omp atomic capture
-      at = count[c - 1]++;
-      adjncy[at] = r + 1;
+      adjncy[take(count, r, parallel)] = c;
+      adjncy[take(count, c - 1, parallel)] = r + 1;
     }
   }
 

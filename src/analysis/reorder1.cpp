@@ -106,8 +106,10 @@ int REORDER1_VELMORA(int n, const int *ia, const int *ja, const int *rowmap, con
 
   double t0 = omp_get_wtime();
   if (ladj_mod_capacity(n, ia) > kMaxAdjacency) return kReorderOverflow;
-  r.nadj =
-      static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, s.nthreads, a.xadj, a.adjncy, a.work));
+  // The adjacency is the same on any team; a call narrowed to its own
+  // thread builds it without atomics.
+  const int team = std::min(s.nthreads, omp_get_max_threads());
+  r.nadj = static_cast<int>(LADJ_MOD_VELMORA(n, ia, ja, rowmap, team, a.xadj, a.adjncy, a.work));
   debug_dump_array("xadj", a.xadj, n + 1, 4);
   debug_dump_array("adjncy", a.adjncy, r.nadj, 4);
   r.t_adjacency = omp_get_wtime() - t0;
