@@ -244,8 +244,8 @@ int REORDER2_VELMORA(const Reorder2Input &in, const Reorder2Output &out, Symboli
   if (unsym) parallel_fill(xunz, nn + 1, std::int64_t{0});
   parallel_fill(work, nn, 0);
 
-  /* 2. Elimination tree in the final order. */
-  etree(n, in.xadj, in.adjncy, in.perm, in.invp, parent, mark);
+  /* 2. Elimination tree in the final order, unless the caller has it. */
+  if (in.parent_known == 0) etree(n, in.xadj, in.adjncy, in.perm, in.invp, parent, mark);
 
   /* 3. Supernodal tree. */
   const int root =

@@ -142,6 +142,7 @@ struct Reorder2Input {
   std::int64_t lnz_limit; /* entries available for lnz and unz (below 1: none) */
   std::int64_t unz_limit;
   std::int64_t lindx_size; /* ints available in lindx */
+  int parent_known = 0;    /* 1: out.parent holds the tree of perm already (sfinit's) */
 };
 
 /* The arrays REORDER2_VELMORA writes. */

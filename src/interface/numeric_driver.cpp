@@ -141,7 +141,7 @@ int stage_symbolic(const CallArgs &c, ControlBlock *cb, int *stage) {
           carved<int>(pt, cb, kPtOrderInt, kOrdSnode), carved<int>(pt, cb, kPtOrderInt, kOrdColcnt),
           s.ndom, carved<int>(pt, cb, kPtOrderInt, kOrdDomains), unsym,
           is_sym_indefinite_group(s.mtype) ? 1 : 0, kMaxGroupBytes / 16, kMaxGroupBytes / 16,
-          s.nsub},
+          s.nsub, 1},
       Reorder2Output{carved<int>(pt, cb, kPtOrderInt, kOrdParent),
                      carved<int>(pt, cb, kPtSymbolicWork, kS2Sparent),
                      carved<int>(pt, cb, kPtSymbolicWork, kS2FirstChild),
