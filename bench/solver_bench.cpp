@@ -26,6 +26,8 @@
 //   real      the real matrices of the team's folder: positive definite
 //             ones as in spd, indefinite ones as in kkt, general ones as in
 //             lu.  Complex, degenerate and unreadable files are skipped.
+//             Generated ones with the same traits join them: stiffness
+//             matrices (elasticity 8^3, 11^3), arrowheads, circuit-like.
 //   kkt-large the kkt section on grids of 43^3 and 62^3 (about 100k and 300k
 //             unknowns); on request only.
 //   spd-large the spd section on the 7-point 70^3 and the 27-point 40^3
@@ -898,9 +900,7 @@ void section_elast(const Options &o) {
   std::printf("\n[elast] 3D elasticity, 3 unknowns per node (bars to the 26 neighbours):\n");
   std::printf("        velmora mtype 2, CHOLMOD, MUMPS sym 1, one METIS order\n");
   print_header();
-  // 8^3 and 11^3 nodes: stiffness matrices of 1.5k and 4k unknowns whose
-  // supernodes are mostly narrow.
-  for (int m : o.quick ? std::vector<int>{10} : std::vector<int>{8, 11, 15, 21})
+  for (int m : o.quick ? std::vector<int>{10} : std::vector<int>{15, 21})
     bench_spd("elast", elasticity(m), o);
 }
 
@@ -934,6 +934,50 @@ void section_lu(const Options &o) {
   for (int side : o.quick ? std::vector<int>{15} : std::vector<int>{25, 32})
     bench_general("lu", convection_diffusion(side), o, true);
 }
+
+// A circuit-like unsymmetric matrix: conductances between nodes that are
+// mostly near each other in numbering, a few supply nets touching many
+// nodes (dense rows and columns), values over six orders of magnitude, and
+// a diagonal that dominates its column (each node's own conductance).
+Matrix circuit(int n, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::vector<std::map<int, double>> rows(n);
+  auto conductance = [&] { return std::pow(10.0, 6.0 * unit(rng) - 3.0); };
+  auto tie = [&](int i, int j) {
+    if (i == j) return;
+    const double g = conductance();
+    rows[i][j] -= g;
+    rows[j][i] -= g * (0.5 + unit(rng));  // controlled sources make it unsymmetric
+    rows[i][i] += g;
+    rows[j][j] += g;
+  };
+  for (int i = 0; i < n; ++i) {
+    const int near = 1 + static_cast<int>(rng() % 3);
+    for (int k = 0; k < near; ++k) tie(i, std::min(n - 1, i + 1 + static_cast<int>(rng() % 20)));
+    if (rng() % 10 == 0) tie(i, static_cast<int>(rng() % n));
+  }
+  for (int net = 0; net < 3; ++net) {
+    const int hub = static_cast<int>(rng() % n);
+    for (int i = 0; i < n; ++i)
+      if (unit(rng) < 0.05) tie(hub, i);
+  }
+  Matrix m;
+  m.name = "circuit-like " + std::to_string(n);
+  m.n = n;
+  m.full = true;
+  for (int i = 0; i < n; ++i) {
+    rows[i][i] += 1e-3;
+    for (const auto &[j, v] : rows[i]) {
+      m.ja.push_back(j + 1);
+      m.a.push_back(v);
+    }
+    m.ia.push_back(static_cast<int>(m.ja.size()) + 1);
+  }
+  return m;
+}
+
+Matrix arrowhead(int n);
 
 // The real matrices of the team's folder, by what their header says:
 // symmetric ones by a trial Cholesky factorization, positive definite or
@@ -986,6 +1030,14 @@ void section_real(const Options &o) {
     }
     items.push_back({m, general ? 2 : positive_definite(m) ? 0 : 1});
   }
+  // Generated with the traits of the collection's hard cases: stiffness
+  // matrices of narrow supernodes, arrowheads, circuits.
+  for (int m : o.quick ? std::vector<int>{8} : std::vector<int>{8, 11})
+    items.push_back({elasticity(m), 0});
+  for (int n : o.quick ? std::vector<int>{10000} : std::vector<int>{10000, 40000})
+    items.push_back({arrowhead(n), 2});
+  for (int n : o.quick ? std::vector<int>{5000} : std::vector<int>{5000, 30000})
+    items.push_back({circuit(n, 5), 2});
   std::printf("       skipped: ");
   for (const std::string &s : skipped) std::printf("%s ", s.c_str());
   std::printf("\n");
