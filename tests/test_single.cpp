@@ -239,4 +239,104 @@ TEST(SinglePrecision, RefinementAgainstTheConditionNumber) {
   EXPECT_LT(none.berr, 1e-5);
 }
 
+// A handle of its own for calls on several factor rows.
+struct Handle {
+  std::array<void *, 64> pt{};
+  std::array<int, 64> iparm{};
+  std::array<double, 64> dparm{};
+  int mtype, maxfct = 2;
+  Csr m;
+  std::vector<double> b, x;
+  Handle(const Csr &mat, int type) : mtype(type), m(mat), b(mat.n), x(mat.n) {
+    int solver = 0, error = 0;
+    velmorainit(pt.data(), &mtype, &solver, iparm.data(), dparm.data(), &error);
+    for (int i = 0; i < m.n; ++i) b[i] = std::cos(0.21 * i) - 0.3;
+  }
+  ~Handle() { call(-1, 1); }
+  int call(int phase, int mnum, int nrhs = 1, int *perm = nullptr, double *rhs = nullptr,
+           double *sol = nullptr) {
+    int msglvl = 0, error = 0, n = m.n;
+    std::vector<int> own(n);
+    velmora(pt.data(), &maxfct, &mnum, &mtype, &phase, &n, m.a.data(), m.ia.data(), m.ja.data(),
+            perm ? perm : own.data(), &nrhs, iparm.data(), &msglvl, rhs ? rhs : b.data(),
+            sol ? sol : x.data(), &error, dparm.data());
+    return error;
+  }
+  // Solves with row mnum under iparm(29) flag and iparm(8) refine; the
+  // backward error.
+  double solved(int mnum, int flag, int refine) {
+    iparm[28] = flag;
+    iparm[7] = refine;
+    EXPECT_EQ(call(33, mnum), 0);
+    return testmat::backward_error(m, x.data(), b.data(), 1, mtype % 2 == 0);
+  }
+};
+
+TEST(SinglePrecision, FactorRowsKeepTheirPrecision) {
+  // Row 1 factored in single, row 2 in double; each solve takes its row's
+  // precision whatever iparm(29) says then: unrefined, the single factor
+  // gives single accuracy and the double one double accuracy.
+  Handle h(testmat::convection_diffusion(10, 10, 10, 1.5), 11);
+  h.iparm[28] = 1;
+  ASSERT_EQ(h.call(12, 1), 0);
+  h.iparm[28] = 0;
+  ASSERT_EQ(h.call(22, 2), 0);
+  const double single_alone = h.solved(1, 0, 0);
+  EXPECT_GT(single_alone, 1e-12);
+  EXPECT_LT(single_alone, 1e-5);
+  EXPECT_LT(h.solved(1, 0, 3), 1e-14);
+  EXPECT_LT(h.solved(2, 1, 0), 1e-14);
+  // Row 1 released and made again in double (a larger block); row 2 made
+  // again in single in its double block.
+  ASSERT_EQ(h.call(0, 1), 0);
+  h.iparm[28] = 0;
+  ASSERT_EQ(h.call(22, 1), 0);
+  h.iparm[28] = 1;
+  ASSERT_EQ(h.call(22, 2), 0);
+  EXPECT_LT(h.solved(1, 1, 0), 1e-14);
+  EXPECT_GT(h.solved(2, 0, 0), 1e-12);
+  EXPECT_LT(h.solved(2, 0, 2), 1e-14);
+}
+
+TEST(SinglePrecision, HybridIterationAndPartialSolveOnASingleFactor) {
+  // The hybrid mode (iparm(4) 61: CGS to 1e-6) on a single factor: the
+  // first call factors, the next iterates on a matrix whose values moved.
+  Handle h(testmat::convection_diffusion(10, 10, 10, 1.5), 11);
+  h.iparm[28] = 1;
+  h.iparm[3] = 61;
+  h.iparm[2] = 2;
+  ASSERT_EQ(h.call(13, 1), 0);
+  EXPECT_EQ(h.iparm[19], 0) << "the first call factors";
+  for (double &v : h.m.a) v *= 1.0 + 1e-3 * std::sin(v);
+  ASSERT_EQ(h.call(23, 1), 0);
+  EXPECT_GT(h.iparm[19], 0) << "the second iterates";
+  EXPECT_LT(testmat::backward_error(h.m, h.x.data(), h.b.data()), 1e-7);
+
+  // A compressed partial solve (iparm(31) 2): the k selected entries of
+  // two right-hand sides narrowed and widened; compared with a full solve
+  // refined in double, to single accuracy (partial solves do not refine).
+  const Csr m = testmat::convection_diffusion(9, 9, 9, 1.0);
+  std::vector<int> mask(m.n), selected;
+  for (int j = 0; j < m.n; ++j)
+    if (j % 4 == 1) mask[j] = 1, selected.push_back(j);
+  const int k = static_cast<int>(selected.size()), n = m.n;
+  std::vector<double> b(2 * n, 0.0), full(2 * n), pb(2 * k), px(2 * k);
+  for (int c = 0; c < 2; ++c)
+    for (int t = 0; t < k; ++t) pb[c * k + t] = b[c * n + selected[t]] = 1.0 + 0.1 * t - c;
+  Handle ref(m, 11), part(m, 11);
+  ref.iparm[7] = 3;
+  ASSERT_EQ(ref.call(13, 1, 2, nullptr, b.data(), full.data()), 0);
+  part.iparm[28] = 1;
+  part.iparm[30] = 2;
+  ASSERT_EQ(part.call(13, 1, 2, mask.data(), pb.data(), px.data()), 0);
+  double worst = 0, scale = 0;
+  for (int c = 0; c < 2; ++c)
+    for (int t = 0; t < k; ++t) {
+      worst = std::max(worst, std::abs(px[c * k + t] - full[c * n + selected[t]]));
+      scale = std::max(scale, std::abs(full[c * n + selected[t]]));
+    }
+  EXPECT_LT(worst, 1e-5 * scale);
+  EXPECT_GT(worst, 1e-13 * scale) << "a single factor leaves single accuracy";
+}
+
 }  // namespace
