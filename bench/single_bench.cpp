@@ -2,13 +2,14 @@
 // at 1 and 2 threads: the 3D Laplacian of a 60^3 grid as mtype -2, the KKT
 // matrix of the benchmark's generator on a 43^3 grid (about 100k unknowns;
 // mtype -2, iparm(21) 1, symmetric matching), and the 32^3 convection-
-// diffusion LU (mtype 11, defaults).  One analysis per case; medians over
-// the runs of the factorization (phase 22, wall clock) and of the solve to a
-// normwise backward error below 1e-14 (phase 33 with the fewest refinement
-// steps that reach it, found before the timed runs).  Run by hand; prints a
+// diffusion LU (mtype 11, defaults).  One analysis per case and
+// precision; medians over the runs of the factorization (phase 22, wall
+// clock) and of the solve to a normwise backward error below 1e-14 (phase
+// 33 with the fewest refinement steps that reach it, found before the timed
+// runs), the double and single runs taken in turn.  Run by hand; prints a
 // Markdown table.
 //
-//   single_bench [runs] [laplacian-side]   (defaults 3, 60)
+//   single_bench [runs] [laplacian-side]   (defaults 5, 60)
 #include <omp.h>
 #include <velmora.h>
 
@@ -88,32 +89,48 @@ class Handle {
   std::vector<double> b_, x_;
 };
 
-Timing measure(const Case &c, int single, int threads, int runs) {
-  Handle h(c, single, threads);
-  Timing t;
-  h.call(11);
-  t.kb = h.iparm()[16];
-  std::vector<double> tf, ts;
-  for (int r = 0; r < runs; ++r) tf.push_back(h.call(22));
-  t.factor = median(tf);
-  for (int k = 0; k <= kMostSteps && t.steps < 0; ++k) {
+// The fewest refinement steps (iparm(8)) with which phase 33 reaches the
+// target on h's factor; the most steps when none does.
+int steps_to_target(Handle &h, Timing *t) {
+  for (int k = 0; k <= kMostSteps; ++k) {
     h.iparm()[7] = k;
     h.call(33);
-    t.berr = h.berr();
-    if (t.berr < kTarget) t.steps = k;
+    t->berr = h.berr();
+    if (t->berr < kTarget) return k;
   }
-  if (t.steps < 0) t.steps = kMostSteps;  // not reached: timed at the most steps
-  h.iparm()[7] = t.steps;
-  for (int r = 0; r < runs; ++r) ts.push_back(h.call(33));
-  t.solve = median(ts);
-  t.berr = h.berr();
-  return t;
+  return kMostSteps;
+}
+
+// Double (d) and single (s) on two handles, their runs taken in turn so
+// that both see the same load of a shared machine.
+void measure(const Case &c, int threads, int runs, Timing *d, Timing *s) {
+  Handle hd(c, 0, threads), hs(c, 1, threads);
+  Handle *h[2] = {&hd, &hs};
+  Timing *t[2] = {d, s};
+  std::vector<double> tf[2], ts[2];
+  for (int p = 0; p < 2; ++p) {
+    h[p]->call(11);
+    t[p]->kb = h[p]->iparm()[16];
+  }
+  for (int r = 0; r < runs; ++r)
+    for (int p = 0; p < 2; ++p) tf[p].push_back(h[p]->call(22));
+  for (int p = 0; p < 2; ++p) {
+    t[p]->factor = median(tf[p]);
+    t[p]->steps = steps_to_target(*h[p], t[p]);
+    h[p]->iparm()[7] = t[p]->steps;
+  }
+  for (int r = 0; r < runs; ++r)
+    for (int p = 0; p < 2; ++p) ts[p].push_back(h[p]->call(33));
+  for (int p = 0; p < 2; ++p) {
+    t[p]->solve = median(ts[p]);
+    t[p]->berr = h[p]->berr();
+  }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 3;
+  const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
   const int side = argc > 2 ? std::max(4, std::atoi(argv[2])) : 60;
   const std::vector<Case> cases = {
       {"Laplacian " + std::to_string(side) + "^3 (-2)",
@@ -126,8 +143,8 @@ int main(int argc, char **argv) {
   std::printf("|---|---|---|---|---|---|---|---|---|---|---|\n");
   for (const Case &c : cases) {
     for (int threads : {1, 2}) {
-      const Timing d = measure(c, 0, threads, runs);
-      const Timing s = measure(c, 1, threads, runs);
+      Timing d, s;
+      measure(c, threads, runs, &d, &s);
       const double td = d.factor + d.solve, ts = s.factor + s.solve;
       std::printf(
           "| %s | %d | %.3f s | %.3f s | %.2f | %.3f s (%d) | %.3f s (%d) | %.2f | %.1e | "
