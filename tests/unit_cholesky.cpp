@@ -4,6 +4,7 @@
 // the numeric factorization.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -281,7 +282,7 @@ TEST(Cholesky, SchurBlockLeftUnfactored) {
 
 // ---- entry of the numeric factorization
 
-TEST(FactorShell, RunsTheCholeskyMembersAndRefusesTheMissingOnes) {
+TEST(FactorShell, RunsTheCholeskyMembersInEitherModeAndNoneInAnother) {
   const testmat::Csr a = testmat::grid_laplacian(9, 7, 1, true);
   const factor_setup::Symbolic s = factor_setup::analyse(a, Ordering::kAmd, 80);
   vector<double> lnz;
@@ -305,14 +306,11 @@ TEST(FactorShell, RunsTheCholeskyMembersAndRefusesTheMissingOnes) {
   }
   EXPECT_GE(times.a_to_lu, 0.0);
   EXPECT_GE(times.numfct, 0.0);
-  // The single-precision members are not built.
-  o.single_precision = 1;
-  for (int mtype : {11, -2}) {
-    o.mtype = mtype;
-    o.symmetric_pattern = mtype == 11 ? 0 : 1;
-    EXPECT_EQ(vm::FACTOR_SHELL_VELMORA(o, view, rec.input, work, &times, &out),
-              vm::kFactorNotAvailable);
-  }
+  // A mode other than 0 and 1 runs no member: the panels stay as they are.
+  o.sequential = 2;
+  std::fill(lnz.begin(), lnz.end(), 7.0);
+  EXPECT_EQ(vm::FACTOR_SHELL_VELMORA(o, view, rec.input, work, &times, &out), 0);
+  EXPECT_EQ(std::count(lnz.begin(), lnz.end(), 7.0), static_cast<long>(lnz.size()));
 }
 
 }  // namespace

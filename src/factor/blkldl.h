@@ -36,6 +36,11 @@ template <class T>
 std::int64_t BLKLDL_SEQ_VELMORA(const FactorView<T> &f, const MatrixInput &in, FactorWork<T> &work,
                                 FactorScalars &sc);
 
+// On float T these are the single-precision members (BLKLDL_32_...,
+// iparm(29)): eps stays a double, and the diagonal mode factors the block
+// with SGETRF_P (dense_kernels.h), which walks blocks wider than 80
+// columns in panels.
+//
 // BLKLDL_RISC_VELMORA: the parallel member, same arguments and results;
 // the team runs as for BLKL_RISC_VELMORA (blkl.h).
 template <class T>

@@ -8,6 +8,10 @@
 // dimension len-ncols, rows in the order of lindx.  pivot(first+k-1) is
 // the block-relative row exchanged with row k of the block; the general
 // members also record column exchanges in pivot_col.
+//
+// Element types: double; float, the single-precision members
+// (BLKLU_32_..., iparm(29)), whose eps stays a double; zcomplex, the
+// complex ones (C_...).
 #ifndef VELMORA_FACTOR_BLKLU_H
 #define VELMORA_FACTOR_BLKLU_H
 

@@ -763,6 +763,56 @@ void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv
   }
 }
 
+namespace {
+
+// Columns of a panel of SGETRF_P.
+constexpr int kDiagonalPanel = 80;
+
+// The blocked walk of SGETRF_P (see dense_kernels.h).
+template <class T>
+void getrf_diagpiv_panels(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+                          int *nneg, double eps, double *logdet) {
+  const int mn = m < n ? m : n;
+  if (mn <= kDiagonalPanel || lda < m) {  // the kernel also checks the arguments
+    getf2_diagpiv<T, false>(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
+    return;
+  }
+  *info = 0;
+  const Block<T> A{a, lda};
+  for (int j0 = 0; j0 < mn; j0 += kDiagonalPanel) {
+    const int nb = mn - j0 < kDiagonalPanel ? mn - j0 : kDiagonalPanel;
+    const int right = j0 + nb;  // first column right of the panel
+    getf2_diagpiv<T, false>(m - j0, nb, &A(j0, j0), lda, ipiv + j0, info, npert, npos, nneg, eps,
+                            logdet);
+    if (*info != 0) return;
+    // The exchanges of rows (and, the pivots being diagonal, of columns)
+    // j0+k and j0+kp, in the order taken, outside the panel's part.
+    for (int k = 0; k < nb; ++k) {
+      const int kp = ipiv[j0 + k] - 1;
+      ipiv[j0 + k] += j0;
+      if (kp == k) continue;
+      const int r1 = j0 + k, r2 = j0 + kp;
+      blas::swap<T>(j0, &A(r1, 0), lda, &A(r2, 0), lda);
+      if (right < n) blas::swap<T>(n - right, &A(r1, right), lda, &A(r2, right), lda);
+      blas::swap<T>(j0, &A(0, r1), 1, &A(0, r2), 1);
+    }
+    if (right >= n) continue;
+    // U12 = L11^-1 A12, then A22 -= L21 U12.
+    blas::trsm<T>('L', 'L', 'N', 'U', nb, n - right, T(1), &A(j0, j0), lda, &A(j0, right), lda);
+    if (right < m) {
+      blas::gemm<T>('N', 'N', m - right, n - right, nb, T(-1), &A(right, j0), lda, &A(j0, right),
+                    lda, T(1), &A(right, right), lda);
+    }
+  }
+}
+
+}  // namespace
+
+void SGETRF_P(int m, int n, float *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+              int *nneg, double eps, double *logdet) {
+  getrf_diagpiv_panels<float>(m, n, a, lda, ipiv, info, npert, npos, nneg, eps, logdet);
+}
+
 #define VELMORA_LDL_KERNELS(T, H)                                                                  \
   template void dgetf2_diagpiv<T, H>(int, int, T *, int, int *, int *, int *, int *, int *,        \
                                      double);                                                      \
@@ -779,8 +829,10 @@ void dsytrs_bwd(char uplo, int n, int nrhs, const T *a, int lda, const int *ipiv
   template void dsytrs_diag<T, H>(char, int, int, const T *, int, const int *, T *, int, int *);   \
   template void dsytrs_bwd<T, H>(char, int, int, const T *, int, const int *, T *, int, int *, int);
 
-// Real symmetric, complex symmetric and complex Hermitian forms.
+// Real symmetric (double and single), complex symmetric and complex
+// Hermitian forms.
 VELMORA_LDL_KERNELS(double, false)
+VELMORA_LDL_KERNELS(float, false)
 VELMORA_LDL_KERNELS(zcomplex, false)
 VELMORA_LDL_KERNELS(zcomplex, true)
 

@@ -62,6 +62,21 @@ template <class T, bool kHermitian = false>
 void dgetf2_diagpiv_logdet(int m, int n, T *a, int lda, int *ipiv, int *info, int *npert, int *npos,
                            int *nneg, double eps, double *logdet);
 
+// SGETRF_P: dgetf2_diagpiv for the single-precision family, blocked for
+// wide blocks.  When min(m, n) is at most 80 it is the kernel itself.
+// Otherwise the block is walked in panels of 80 columns: the kernel factors
+// the panel (its pivots taken from the panel's part of the diagonal), the
+// panel's exchanges are applied to the rows left and right of it and to
+// the columns of the panel in the rows above it, the rows of the panel to
+// the right are solved with its unit L (trsm) and the trailing block takes
+// the product (gemm).  The result has the kernel's layout, L and D L^T of
+// P^T A P with ipiv relative to the whole block; only the search of each
+// pivot is cut to its panel.  Counters, eps and logdet (null: no sum) as
+// for dgetf2_diagpiv; info: 0, or -1, -2, -4 for a bad m, n or lda
+// (reported as "SGETF2").
+void SGETRF_P(int m, int n, float *a, int lda, int *ipiv, int *info, int *npert, int *npos,
+              int *nneg, double eps, double *logdet);
+
 // dsytf2_pert: Bunch-Kaufman factorization P^T A P = L D L^T of the lower
 // triangle of an n x n symmetric block (L D L^H with kHermitian, whose
 // diagonal is real), in the storage of the LAPACK routine of that name:

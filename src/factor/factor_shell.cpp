@@ -176,6 +176,20 @@ void run_member(FactorMember member, const FactorView<void> &f, const MatrixInpu
     case FactorMember::kBlkluUnsymRisc:
       run_lu_member<double>(true, member == FactorMember::kBlkluUnsymSeq, f, in, work, sc);
       return;
+    // The single-precision members: the same sources on floats, eps
+    // still a double.
+    case FactorMember::kBlkldl32Seq:
+    case FactorMember::kBlkldl32Risc:
+      run_ldl_member<float, false>(member == FactorMember::kBlkldl32Seq, f, in, work, sc);
+      return;
+    case FactorMember::kBlklu32Seq:
+    case FactorMember::kBlklu32Risc:
+      run_lu_member<float>(false, member == FactorMember::kBlklu32Seq, f, in, work, sc);
+      return;
+    case FactorMember::kBlklu32UnsymSeq:
+    case FactorMember::kBlklu32UnsymRisc:
+      run_lu_member<float>(true, member == FactorMember::kBlklu32UnsymSeq, f, in, work, sc);
+      return;
     // The complex members: one source per family, on pairs of doubles.
     case FactorMember::kChBlklSeq:
     case FactorMember::kChBlklRisc:

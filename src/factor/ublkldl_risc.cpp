@@ -18,6 +18,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <type_traits>
 #include <utility>
 
 #include "factor/blas.h"
@@ -89,7 +90,11 @@ int factor_diagonal_mode(const Target<T> &k, double eps, PivotSums &sums, bool d
   for (int j = 0; j < nc; ++j)
     for (int i = j + 1; i < nc; ++i) a[j + i * ld] = conj_if<kHermitian>(a[i + j * ld]);
   int info = 0;
-  if (determinant) {
+  if constexpr (std::is_same_v<T, float>) {
+    // The single-precision members take the blocked driver.
+    SGETRF_P(nc, nc, a, k.len, k.pivot, &info, &sums.perturbed, &sums.npos, &sums.nneg, eps,
+             determinant ? &sums.logdet : nullptr);
+  } else if (determinant) {
     dgetf2_diagpiv_logdet<T, kHermitian>(nc, nc, a, k.len, k.pivot, &info, &sums.perturbed,
                                          &sums.npos, &sums.nneg, eps, &sums.logdet);
   } else {
@@ -308,11 +313,14 @@ std::int64_t CH_BLKLDL_EXACT_VELMORA(const FactorView<T> &f, const MatrixInput &
   template std::int64_t NAME<T>(const FactorView<T> &, const MatrixInput &, FactorWork<T> &, \
                                 FactorScalars &);
 
-// Real symmetric (double), complex symmetric (zcomplex, no conjugation) and
-// complex Hermitian.
+// Real symmetric (double; float: the _32_ members), complex symmetric
+// (zcomplex, no conjugation) and complex Hermitian.
 VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, double)
 VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, double)
 VELMORA_LDL_MEMBER(BLKLDL_MPP_ENTRY_VELMORA, double)
+VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, float)
+VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, float)
+VELMORA_LDL_MEMBER(BLKLDL_EXACT_VELMORA, float)
 VELMORA_LDL_MEMBER(BLKLDL_SEQ_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(BLKLDL_RISC_VELMORA, zcomplex)
 VELMORA_LDL_MEMBER(CH_BLKLDL_SEQ_VELMORA, zcomplex)

@@ -351,9 +351,13 @@ int stage_sizing(const CallArgs &c, ControlBlock *cb, int *stage) {
                                          : static_cast<int>(counted);
   const double mflop = s.flops / 1.0e6;
   ip(iparm, 19) = mflop > 2147483647.0 ? 2147483647 : static_cast<int>(mflop);
-  // One factorization: the values of L (and U) and the update buffer.
+  // One factorization: the values of L (and U), the update buffer and the
+  // substitution's vector.  In single precision the values take the double
+  // count halved, rounded up, plus one, and buffer and vector hold floats.
   const std::int64_t word = 8 * std::int64_t{s.complex_factor};
-  const std::int64_t factor_bytes = entries * word + s.tmpsiz * word + std::int64_t{n} * word;
+  const std::int64_t factor_bytes =
+      s.single_precision != 0 ? 8 * ((entries + 1) / 2 + 1) + 4 * (s.tmpsiz + std::int64_t{n})
+                              : (entries + s.tmpsiz + std::int64_t{n}) * word;
   s.factor_kb = static_cast<int>(std::min<std::int64_t>(group_kilobytes(factor_bytes), 2147483647));
   return 0;
 }

@@ -34,21 +34,32 @@ constexpr std::int64_t align8(std::int64_t bytes) {
   return (bytes + 7) / 8 * 8;
 }
 
-// Bytes of one scalar of the factor.
+// Bytes of one scalar of the working type (the caller's vectors, the
+// solve's gathered right-hand sides).
 std::int64_t scalar_bytes(const ControlBlock *cb) {
   return 8 * std::int64_t{cb->s.complex_factor};
+}
+
+// Bytes of one entry of a factor made with this call's settings: a float
+// in single-precision mode.
+std::int64_t factor_scalar_bytes(const ControlBlock *cb) {
+  return cb->s.single_precision != 0 ? 4 : scalar_bytes(cb);
 }
 
 struct RowLayout {
   std::int64_t unz, pivot, pivot_col, bytes;
 };
 
-RowLayout row_layout(const ControlBlock *cb) {
+// The factor block of a row: lnz, unz, then pivot and pivot_col.  A
+// single-precision factor takes the double count of its values halved,
+// rounded up, plus one.
+RowLayout row_layout(const ControlBlock *cb, bool single) {
   const ControlState &s = cb->s;
-  const std::int64_t w = scalar_bytes(cb), n = s.neqns;
+  const std::int64_t w = single ? 4 : scalar_bytes(cb), n = s.neqns;
+  const std::int64_t nnz_u = stores_u(s.mtype) ? s.nnz_u : 0;
   RowLayout l{};
   l.unz = align8(s.nnz_l * w);
-  l.pivot = align8(l.unz + (stores_u(s.mtype) ? s.nnz_u * w : 0));
+  l.pivot = single ? 8 * ((s.nnz_l + nnz_u + 1) / 2 + 1) : align8(l.unz + nnz_u * w);
   l.pivot_col = align8(l.pivot + 4 * n);
   l.bytes = align8(l.pivot_col + 4 * n) + 8;
   return l;
@@ -133,11 +144,11 @@ SymbolicFactor symbolic_factor(void **pt, const ControlBlock *cb) {
   return sf;
 }
 
-// The numeric factor of row `row` over it.
+// The numeric factor of row `row` over it, in the precision it was made in.
 template <class T>
 FactorView<T> factor_view(void **pt, const ControlBlock *cb, std::intptr_t *row) {
   const ControlState &s = cb->s;
-  const RowLayout l = row_layout(cb);
+  const RowLayout l = row_layout(cb, row[kRowSingle] != 0);
   char *block = reinterpret_cast<char *>(row[kRowValues]);
   return numeric_factor<T>(symbolic_factor(pt, cb), reinterpret_cast<T *>(block),
                            stores_u(s.mtype) ? reinterpret_cast<T *>(block + l.unz) : nullptr,
@@ -224,6 +235,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   in.lmap = scatter_map(pt, cb, false);
   if (stores_u(s.mtype)) in.umap = scatter_map(pt, cb, true);
 
+  row[kRowSingle] = s.single_precision != 0 ? 1 : 0;
   int *ints = static_cast<int *>(pt_slot(pt, kPtPivotWork));
   const std::int64_t nn = n, nt = factor_threads(cb);
   FactorWork<void> w;
@@ -360,11 +372,11 @@ HybridSettings hybrid_settings(const CallArgs &c, const ControlBlock *cb, const 
   return h;
 }
 
-template <class W>
+template <class F, class W>
 int hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in, std::intptr_t *row,
            int (*budget_of)(ControlBlock *, double), HybridRun *run) {
   void **pt = c.pt;
-  const Substitution<W, W> substitute(c, cb, in, row);
+  const Substitution<F, W> substitute(c, cb, in, row);
   const HybridSettings first = hybrid_settings(c, cb, in);
   double *work = static_cast<double *>(pt_slot(pt, kPtRefineWork));
   const std::int64_t len = std::int64_t{in.n} * in.nrhs;
@@ -406,19 +418,20 @@ int numeric_hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in,
                    int (*budget_of)(ControlBlock *, double), HybridRun *run) {
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   if (row[kRowFactored] != 1) return 10000;
-  return cb->s.complex_factor == 2 ? hybrid<zcomplex>(c, cb, in, row, budget_of, run)
-                                   : hybrid<double>(c, cb, in, row, budget_of, run);
+  if (cb->s.complex_factor == 2) return hybrid<zcomplex, zcomplex>(c, cb, in, row, budget_of, run);
+  return row[kRowSingle] != 0 ? hybrid<float, double>(c, cb, in, row, budget_of, run)
+                              : hybrid<double, double>(c, cb, in, row, budget_of, run);
 }
 
 std::int64_t factor_row_bytes(const ControlBlock *cb) {
-  return row_layout(cb).bytes;
+  return row_layout(cb, cb->s.single_precision != 0).bytes;
 }
 
 std::int64_t numeric_work_bytes(const ControlBlock *cb, bool factor, const SolveInput *solve) {
   std::int64_t bytes = 8;
   if (factor)
     bytes = std::max(bytes, align8(4 * factor_ints(cb)) +
-                                cb->s.tmpsiz * factor_threads(cb) * scalar_bytes(cb) + 8);
+                                cb->s.tmpsiz * factor_threads(cb) * factor_scalar_bytes(cb) + 8);
   if (solve != nullptr) {
     const SolveWorkSize sz = solve_work_size(*solve);
     bytes = std::max(bytes, align8(4 * sz.starts) + sz.scalars() * scalar_bytes(cb) + 8);
@@ -445,11 +458,6 @@ std::int64_t refine_work_bytes(const CallArgs &c, const ControlBlock *cb, const 
 int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage) {
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
   const double phase_start = omp_get_wtime();
-  // Single-precision factors are not part of this build.
-  if (cb->s.single_precision != 0) {
-    *stage = -1;
-    return kCodeNotAvailable;
-  }
   const int status = factorize(c, cb, row, phase_start);
   if (status == kFactorNotAvailable) {
     *stage = -1;
@@ -464,15 +472,14 @@ int numeric_factorize(const CallArgs &c, ControlBlock *cb, int *stage) {
 
 int numeric_solve(const CallArgs &c, ControlBlock *cb, const SolveInput &in, int *stage) {
   std::intptr_t *row = factor_row(c.pt, *c.mnum);
-  if (cb->s.single_precision != 0) {
-    *stage = -1;
-    return kCodeNotAvailable;
-  }
   if (row[kRowFactored] != 1) {
     *stage = -1;
     return 10000;  // a solve with no factorization in this row
   }
+  // The factor's precision is the one it was made in, whatever this call's
+  // iparm(29) says.
   const int error = cb->s.complex_factor == 2 ? solve<zcomplex, zcomplex>(c, cb, in, row)
+                    : row[kRowSingle] != 0    ? solve<float, double>(c, cb, in, row)
                                               : solve<double, double>(c, cb, in, row);
   if (error == kSolveTypeNotAvailable) {
     *stage = -1;

@@ -16,9 +16,11 @@ enum FactorRowSlot : int {
   kRowTag = 1,       // 777777777 until allocated, then the block's address
   kRowBytes = 2,     // its size
   kRowFactored = 3,  // 1 once a factorization completed in it
+  kRowSingle = 4,    // 1 when its factor is held in single precision
 };
 
-// Bytes of the factor block of one factorization row.
+// Bytes of the factor block of one factorization row, in the precision the
+// control block asks for.
 std::int64_t factor_row_bytes(const ControlBlock *cb);
 
 // What a solve of this call reads from the handle and the call, built

@@ -1,8 +1,10 @@
-// convert.cpp - CONV8_16, SUM8_16, CONV16_8 and their complex twins.
+// convert.cpp - CONV8_16, SUM8_16, CONV16_8 and their complex twins;
+// rhs_to_single and sol_to_double.
 #include "solve/convert.h"
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "solve/extended.h"
 #include "solve/vector_region.h"
@@ -72,6 +74,33 @@ void CONV16_8(const int *n, const int *nrhs, const double *x16, double *x) {
 }
 void C_CONV32_16(const int *n, const int *nrhs, const double *x16, double *x) {
   narrow(doubles_of(n, nrhs, 2), x16, x);
+}
+
+// The array is seen as bytes: double k sits at byte 8k, float k at 4k.
+// Float k is written over bytes 4k..4k+3, which belong to double k/2 <= k,
+// already read; double k is written over floats 2k and 2k+1 >= k, already
+// read when the walk runs downwards.
+void rhs_to_single(int count, int nrhs, double *v) {
+  if (count < 1 || nrhs < 1) return;
+  unsigned char *p = reinterpret_cast<unsigned char *>(v);
+  const std::int64_t total = std::int64_t{count} * nrhs;
+  for (std::int64_t k = 0; k < total; ++k) {
+    double d;
+    std::memcpy(&d, p + 8 * k, sizeof d);
+    const float f = static_cast<float>(d);
+    std::memcpy(p + 4 * k, &f, sizeof f);
+  }
+}
+
+void sol_to_double(int count, int nrhs, double *v) {
+  if (count < 1 || nrhs < 1) return;
+  unsigned char *p = reinterpret_cast<unsigned char *>(v);
+  for (std::int64_t k = std::int64_t{count} * nrhs - 1; k >= 0; --k) {
+    float f;
+    std::memcpy(&f, p + 4 * k, sizeof f);
+    const double d = f;
+    std::memcpy(p + 8 * k, &d, sizeof d);
+  }
 }
 
 }  // namespace vm

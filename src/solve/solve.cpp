@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <type_traits>
 
 #include "common/matrix_type.h"
 #include "factor/scalar_traits.h"
+#include "solve/convert.h"
 #include "solve/gather_scatter.h"
 #include "solve/ublkldlslvs1.h"
 #include "solve/ublkslv1_unsym.h"
@@ -54,11 +56,29 @@ void substitute_symmetric(const FactorView<T> &f, const SolveInput &in, bool one
     } else {
       BLKLDLSLVM_VELMORA<T>(f, in, m, z, ld, block);
     }
-  } else if (one) {
-    BLKSLVS1_VELMORA<T>(f, in, z, temp);
-  } else {
-    BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
+  } else if constexpr (!std::is_same_v<T, float>) {  // no single-precision Cholesky
+    if (one) {
+      BLKSLVS1_VELMORA<T>(f, in, z, temp);
+    } else {
+      BLKSLVM_VELMORA<T>(f, in, m, z, ld, block);
+    }
   }
+}
+
+// The vector the gather fills and the scatter reads: z itself, or with a
+// single-precision factor the doubles of the same array (kGatherWidth).
+template <class T>
+using Gathered = std::conditional_t<std::is_same_v<T, float>, double, T>;
+
+// Before the substitution: a single-precision solve narrows the m gathered
+// columns of ld doubles in place to floats.  After it: widens them back.
+template <class T>
+void to_factor_precision(int ld, int m, Gathered<T> *z) {
+  if constexpr (std::is_same_v<T, float>) rhs_to_single(ld, m, z);
+}
+template <class T>
+void to_working_precision(int ld, int m, Gathered<T> *z) {
+  if constexpr (std::is_same_v<T, float>) sol_to_double(ld, m, z);
 }
 
 // The symmetric dispatcher: m right-hand sides, columns ld apart in b, x, z
@@ -70,10 +90,14 @@ template <class T>
 void solve_symmetric(const FactorView<T> &f, const SolveInput &in, int rhsparallel, int m,
                      double *b, double *x, T *z, T *block, T *temp, int ld) {
   const int n = in.n;
-  PSOL_FWGATH_VELMORA<T>(0, n, in.mtype, m, b, z, in.perm, in.q, in.scale, in.unselected,
+  using G = Gathered<T>;
+  G *zg = reinterpret_cast<G *>(z);
+  PSOL_FWGATH_VELMORA<G>(0, n, in.mtype, m, b, zg, in.perm, in.q, in.scale, in.unselected,
                          in.scaling_on, in.selector, in.k, ld, in.partial);
+  to_factor_precision<T>(ld, m, zg);
   substitute_symmetric<T>(f, in, m == 1 && rhsparallel == 0, m, z, block, temp, ld);
-  PSOL_BWSCAT_VELMORA<T>(0, in.to_b, n, in.mtype, m, b, z, x, in.perm, in.q, in.scale,
+  to_working_precision<T>(ld, m, zg);
+  PSOL_BWSCAT_VELMORA<G>(0, in.to_b, n, in.mtype, m, b, zg, x, in.perm, in.q, in.scale,
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
 
@@ -86,8 +110,11 @@ void solve_unsymmetric(const FactorView<T> &f, const SolveInput &in, int rhspara
                        double *b, double *x, T *z, T *block, T *temp, int ld) {
   const int n = in.n;
   const bool general = is_unsym_group(in.mtype);
-  PSOL_FWGATH_VELMORA<T>(in.transposed, n, in.mtype, m, b, z, in.perm, in.q, in.scale,
+  using G = Gathered<T>;
+  G *zg = reinterpret_cast<G *>(z);
+  PSOL_FWGATH_VELMORA<G>(in.transposed, n, in.mtype, m, b, zg, in.perm, in.q, in.scale,
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
+  to_factor_precision<T>(ld, m, zg);
   if (m == 1 && rhsparallel == 0 && general) {
     BLKSLV1_UNSYM_VELMORA<T>(f, in, z, temp);
   } else if (m == 1 && rhsparallel == 0) {
@@ -97,7 +124,8 @@ void solve_unsymmetric(const FactorView<T> &f, const SolveInput &in, int rhspara
   } else {
     BLKSLV1M_VELMORA<T>(f, in, m, z, ld, block);
   }
-  PSOL_BWSCAT_VELMORA<T>(in.transposed, in.to_b, n, in.mtype, m, b, z, x, in.perm, in.q, in.scale,
+  to_working_precision<T>(ld, m, zg);
+  PSOL_BWSCAT_VELMORA<G>(in.transposed, in.to_b, n, in.mtype, m, b, zg, x, in.perm, in.q, in.scale,
                          in.unselected, in.scaling_on, in.selector, in.k, ld, in.partial);
 }
 
@@ -113,11 +141,14 @@ void solve_dispatch(const FactorView<T> &f, const SolveInput &in, int rhsparalle
 
 // Whether this element type has a substitution family for mtype: the
 // Cholesky, LDL^T and the two LU families, real for mtype 2, -2, 1, 11
-// and complex for 4, -4, 6, 3, 13.
+// and complex for 4, -4, 6, 3, 13; in single precision LDL^T and LU only
+// (mtype -2, 1, 11).
 template <class T>
 bool family_available(int mtype) {
   if constexpr (scalar_traits<T>::is_complex) {
     return is_complex_type(mtype);
+  } else if constexpr (std::is_same_v<T, float>) {
+    return mtype == -2 || mtype == 1 || mtype == 11;
   } else {
     return is_real_type(mtype);
   }
@@ -174,12 +205,15 @@ void SOLVE_VELMORA(const FactorView<T> &f, const SolveInput &in, double *b, doub
     if (m < 1) continue;
     const std::int64_t at = static_cast<std::int64_t>(start[k] - 1) * len;
     double *xk = x != nullptr ? x + at * width : nullptr;  // x is unused when b takes the result
-    solve_dispatch<T>(f, in, 1, m, b + at * width, xk, w.z + at, w.block + at, nullptr, len);
+    solve_dispatch<T>(f, in, 1, m, b + at * width, xk, w.z + at * kGatherWidth<T>, w.block + at,
+                      nullptr, len);
   }
 }
 
 template void SOLVE_VELMORA<double>(const FactorView<double> &, const SolveInput &, double *,
                                     double *, const SolveWork<double> &, int *);
+template void SOLVE_VELMORA<float>(const FactorView<float> &, const SolveInput &, double *,
+                                   double *, const SolveWork<float> &, int *);
 template void SOLVE_VELMORA<zcomplex>(const FactorView<zcomplex> &, const SolveInput &, double *,
                                       double *, const SolveWork<zcomplex> &, int *);
 

@@ -9,6 +9,7 @@
 #define VELMORA_SOLVE_SOLVE_H
 
 #include <cstdint>
+#include <type_traits>
 
 #include "factor/factor_args.h"
 
@@ -45,10 +46,17 @@ struct SolveInput {
   int partitioned = 0;              // 1: the factor came from the block-partitioned member
 };
 
+// Elements of T per entry of z.  The gather and the scatter work in double
+// precision, so with a single-precision factor each entry of z takes two
+// floats: the gathered doubles are narrowed in place (rhs_to_single) into
+// the front half, which the substitution uses, and widened back after it.
+template <class T>
+constexpr std::int64_t kGatherWidth = std::is_same_v<T, float> ? 2 : 1;
+
 // Work of one solve, in elements of the factor's type T (ints for starts).
 template <class T>
 struct SolveWork {
-  T *z = nullptr;         // nrhs*len: the right-hand sides in elimination order
+  T *z = nullptr;         // nrhs*len*kGatherWidth: the right-hand sides in elimination order
   T *temp = nullptr;      // ntasks*n: per-task accumulators, one right-hand side
   T *block = nullptr;     // nrhs*len: update buffers of the block kernels
   int *starts = nullptr;  // p+1: first right-hand side of each block, running from 1
@@ -75,14 +83,16 @@ int solve_vector_length(const SolveInput &in);
 //   starts p+1 ints when nrhs > 1 (p = max(1, nthreads)), else 0
 SolveWorkSize solve_work_size(const SolveInput &in);
 
-// Cuts SolveWork from one array of sz.scalars() elements and one of
-// sz.starts ints, in the order z, temp, block.
+// Cuts SolveWork from one array of sz.scalars() doubles (pairs for complex
+// types) and one of sz.starts ints, in the order z, temp, block.  A
+// single-precision solve takes 2 sz.z + sz.temp + sz.block floats of it.
 template <class T>
 SolveWork<T> solve_work_carve(const SolveWorkSize &sz, T *scalars, int *ints) {
   SolveWork<T> w;
+  const std::int64_t z = sz.z * kGatherWidth<T>;
   w.z = sz.z > 0 ? scalars : nullptr;
-  w.temp = sz.temp > 0 ? scalars + sz.z : nullptr;
-  w.block = sz.block > 0 ? scalars + sz.z + sz.temp : nullptr;
+  w.temp = sz.temp > 0 ? scalars + z : nullptr;
+  w.block = sz.block > 0 ? scalars + z + sz.temp : nullptr;
   w.starts = sz.starts > 0 ? ints : nullptr;
   return w;
 }

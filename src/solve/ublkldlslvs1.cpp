@@ -384,9 +384,10 @@ void CH_BLKLDLSLVM_VELMORA(const FactorView<T> &f, const SolveInput &in, int m, 
   template void PREFIX##BLKLDLSLVM_VELMORA<T>(const FactorView<T> &, const SolveInput &, int, T *, \
                                               int, T *);
 
-// Real symmetric, complex symmetric (L^T in the backward pass) and complex
-// Hermitian (L^H).
+// Real symmetric (double, and float for the single-precision factor),
+// complex symmetric (L^T in the backward pass) and complex Hermitian (L^H).
 VELMORA_LDL_SOLVES(, double)
+VELMORA_LDL_SOLVES(, float)
 VELMORA_LDL_SOLVES(, zcomplex)
 VELMORA_LDL_SOLVES(CH_, zcomplex)
 
