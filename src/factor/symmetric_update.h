@@ -27,6 +27,7 @@
 #include "factor/blkl.h"
 #include "factor/factor_args.h"
 #include "factor/panel.h"
+#include "factor/update_kernels.h"
 #include "factor/workspace.h"
 
 namespace vm {
@@ -162,19 +163,16 @@ void scatter_part(const FactorView<T> &f, const K &k, int r0, int r1, int c0, in
     T *end0 = column_end(c), *end1 = column_end(c + 1);
     const T *t0 = part + static_cast<std::int64_t>(j) * nr - r0;
     const T *t1 = t0 + nr;
-    int i = c + 1 > r0 ? c + 1 : r0;
+    const int i = c + 1 > r0 ? c + 1 : r0;
     if (c >= r0) end0[-relind[c]] += t0[c];  // the row on column c's diagonal
-    for (; i < r1; ++i) {
-      const int v = relind[i];
-      end0[-v] += t0[i];
-      end1[-v] += t1[i];
-    }
+    if (i < r1) add_through2(r1 - i, relind + i, end0, t0 + i, end1, t1 + i);
   }
   if (j < nc) {
     const int c = c0 + j;
     T *end = column_end(c);
     const T *t = part + static_cast<std::int64_t>(j) * nr - r0;
-    for (int i = c > r0 ? c : r0; i < r1; ++i) end[-relind[i]] += t[i];
+    const int i = c > r0 ? c : r0;
+    if (i < r1) add_through(r1 - i, relind + i, end, t + i);
   }
 }
 

@@ -12,6 +12,57 @@
 
 namespace vm {
 
+// Places of a gathered tail: relind strictly decreases along the tail (its
+// rows go down the target's list), so a block of kRunBlock entries whose
+// first and last differ by kRunBlock - 1 lands on consecutive places, and
+// is added as one contiguous (vectorised) run; other blocks go entry by
+// entry.
+constexpr int kRunBlock = 8;
+
+// end[-rel[i]] += t[i] for i < count.
+template <class T>
+inline void add_through(int count, const int *rel, T *end, const T *t) {
+  int i = 0;
+  for (; i + kRunBlock <= count; i += kRunBlock) {
+    if (rel[i] - rel[i + kRunBlock - 1] == kRunBlock - 1) {
+      T *d = end - rel[i];
+#pragma omp simd
+      for (int q = 0; q < kRunBlock; ++q) d[q] += t[i + q];
+    } else {
+      for (int q = 0; q < kRunBlock; ++q) end[-rel[i + q]] += t[i + q];
+    }
+  }
+  for (; i < count; ++i) end[-rel[i]] += t[i];
+}
+
+// The same for two columns that share the tail: end0 and end1 get t0, t1.
+template <class T>
+inline void add_through2(int count, const int *rel, T *end0, const T *t0, T *end1, const T *t1) {
+  int i = 0;
+  for (; i + kRunBlock <= count; i += kRunBlock) {
+    if (rel[i] - rel[i + kRunBlock - 1] == kRunBlock - 1) {
+      T *d0 = end0 - rel[i];
+      T *d1 = end1 - rel[i];
+#pragma omp simd
+      for (int q = 0; q < kRunBlock; ++q) {
+        d0[q] += t0[i + q];
+        d1[q] += t1[i + q];
+      }
+    } else {
+      for (int q = 0; q < kRunBlock; ++q) {
+        const int v = rel[i + q];
+        end0[-v] += t0[i + q];
+        end1[-v] += t1[i + q];
+      }
+    }
+  }
+  for (; i < count; ++i) {
+    const int v = rel[i];
+    end0[-v] += t0[i];
+    end1[-v] += t1[i];
+  }
+}
+
 // scatter_rank1: update by a descendant of one column in the symmetric
 // families, which keep only the lower triangle of a diagonal block.  x
 // holds the L entries of the descendant's column from its tail on,
@@ -51,8 +102,7 @@ inline void scatter_add(int L, int m, const int *relind, int first, int len,
                         const std::int64_t *xlnz, T *lnz, const T *temp) {
   for (int c = 0; c < m; ++c) {
     T *end = lnz + (xlnz[first + len - relind[c] - 1] - 2);
-    const T *t = temp + static_cast<std::int64_t>(c) * L;
-    for (int i = 0; i < L; ++i) end[-relind[i]] += t[i];
+    add_through(L, relind, end, temp + static_cast<std::int64_t>(c) * L);
   }
 }
 

@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+#include "factor/update_kernels.h"
+
 namespace vm {
 
 // scatter_rank1 of two vectors: update by a descendant of one column.
@@ -43,8 +45,7 @@ inline void scatter_add_rows(int nrows, int m, const int *row_rel, const int *co
                              int len, const std::int64_t *xptr, T *dst, const T *temp) {
   for (int c = 0; c < m; ++c) {
     T *end = dst + (xptr[first + len - col_rel[c] - 1] - 2);
-    const T *t = temp + static_cast<std::int64_t>(c) * nrows;
-    for (int i = 0; i < nrows; ++i) end[-row_rel[i]] += t[i];
+    add_through(nrows, row_rel, end, temp + static_cast<std::int64_t>(c) * nrows);
   }
 }
 
