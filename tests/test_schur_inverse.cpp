@@ -424,6 +424,33 @@ TEST(SelectedInversion, EntriesEqualTheDenseInverseAndTheKeptFactorSolves) {
   }
 }
 
+// iparm(37) 1: the result keeps the upper triangle of each row, compacted
+// in place in ia, ja and a.
+TEST(SelectedInversion, UpperTriangleOfTheResultOnRequest) {
+  Problem p = make_problem(3, 7, 6, 77);
+  const Problem original = p;
+  const std::vector<cplx> inv = dense_inverse(p);
+  Solver s(p);
+  std::vector<double> a = p.a;
+  ASSERT_EQ(s.factor(a), 0);
+  s.iparm[35] = 1;
+  s.iparm[36] = 1;
+  ASSERT_EQ(s.call(-22, a.data()), 0);
+  ASSERT_EQ(p.ia[0], 1);
+  int k = 0;
+  for (int i = 0; i < p.n; ++i) {
+    for (int e = original.ia[i] - 1; e < original.ia[i + 1] - 1; ++e) {
+      const int j = original.ja[e] - 1;
+      if (j < i) continue;
+      ASSERT_EQ(p.ja[k], j + 1);
+      const cplx got(a[2 * static_cast<size_t>(k)], a[2 * static_cast<size_t>(k) + 1]);
+      EXPECT_LT(std::abs(got - inv[i + static_cast<size_t>(j) * p.n]), 1e-10 * max_abs(inv));
+      ++k;
+    }
+    EXPECT_EQ(p.ia[i + 1], k + 1);
+  }
+}
+
 // What phase -22 refuses or cannot do, as the caller sees it: a Cholesky
 // type does nothing; a factor file that cannot be written fails the call
 // with its message and leaves a and the factor as they were; so does a
