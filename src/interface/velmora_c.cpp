@@ -704,6 +704,7 @@ int run_inverse(const CallArgs &c, ControlBlock *cb) {
   const int keep = ip(c.iparm, 36);
   if (keep < 0 || keep > 2) return end_inverse(c, cb, Failure{-1, kCodeInverseMode, keep});
   Failure f;
+  const std::int64_t held_kb = cb->mem_kb;
   int code = group_alloc(cb, &pt_slot(pt, kPtBlockB), inverse_work_bytes(pt, cb), -1200);
   if (code == 0 && keep == 1)
     code = group_alloc(cb, &pt_slot(pt, kPtBlockC), inverse_copy_bytes(cb), -1100);
@@ -725,6 +726,7 @@ int run_inverse(const CallArgs &c, ControlBlock *cb) {
   }
   group_release(&pt_slot(pt, kPtBlockC));
   group_release(&pt_slot(pt, kPtBlockB));
+  cb->mem_kb = held_kb;  // the peak keeps what the call held
   return end_inverse(c, cb, f);
 }
 
