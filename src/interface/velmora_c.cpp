@@ -698,6 +698,14 @@ int run_inverse(const CallArgs &c, ControlBlock *cb) {
                                        : "ja"});
   FactorView<void> v;
   if (!stored_factor(pt, *c.mnum, &v)) return end_inverse(c, cb, Failure{-1, kCodeNoAnalysis});
+  // The result is written at the places of the analysed pattern: the order
+  // and the row pointers must still be those (the columns are checked as
+  // they are read).
+  const int n = cb->s.neqns;
+  if (*c.n != n) return end_inverse(c, cb, Failure{-1, 6, *c.n, n});
+  bool rows_ok = c.ia[0] == 1 && c.ia[n] - 1 == cb->s.nnz;
+  for (int i = 0; rows_ok && i < n; ++i) rows_ok = c.ia[i] <= c.ia[i + 1];
+  if (!rows_ok) return end_inverse(c, cb, Failure{-1, 8, c.ia[n] - 1, cb->s.nnz});
   if (cb->s.schur_size > 0)
     return end_inverse(
         c, cb, Failure{-1, kCodeNotAvailable, 0, 0, "inversion of a factor with a Schur block"});

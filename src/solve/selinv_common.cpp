@@ -171,6 +171,7 @@ void write_result(const FactorView<T> &f, bool lu, const InverseInput &in, int n
   for (int u = 1; u <= n; ++u) {
     for (int e = in.ia[u - 1] - 1; e < in.ia[u] - 1; ++e) {
       const int v = in.ja[e];
+      if (v < 1 || v > n) continue;
       int i = in.invp[u - 1];
       int j = in.invp[(general ? w.qinv[v - 1] : v) - 1];
       if (!lu && i < j) std::swap(i, j);
