@@ -390,10 +390,10 @@ long record_length(const char *name) {
 // one record per factor array.
 TEST(SelectedInversion, EntriesEqualTheDenseInverseAndTheKeptFactorSolves) {
   struct Case {
-    int mtype, keep, ordering;
+    int mtype, keep, ordering, matching;
   };
-  const Case cases[] = {{-2, 1, 3}, {1, 2, 4},  {11, 1, 0}, {6, 2, 3}, {3, 1, 2},
-                        {13, 2, 3}, {-2, 2, 0}, {11, 0, 4}, {6, 0, 4}};
+  const Case cases[] = {{-2, 1, 3, 0}, {1, 2, 4, 0},  {11, 1, 0, 1}, {6, 2, 3, 0}, {3, 1, 2, 0},
+                        {13, 2, 3, 1}, {-2, 2, 0, 0}, {11, 0, 4, 0}, {6, 0, 4, 0}, {-2, 1, 4, 1}};
   unsigned seed = 40;
   for (const Case &c : cases) {
     SCOPED_TRACE("mtype " + std::to_string(c.mtype) + " keep " + std::to_string(c.keep));
@@ -401,6 +401,8 @@ TEST(SelectedInversion, EntriesEqualTheDenseInverseAndTheKeptFactorSolves) {
     const InScratchDirectory scratch;
     Solver s(p);
     s.iparm[1] = c.ordering;
+    s.iparm[12] = c.matching;
+    if (c.matching == 1) s.iparm[10] = 1;  // scaled
     std::vector<double> a = p.a;
     ASSERT_EQ(s.factor(a), 0);
     s.iparm[35] = c.keep;
