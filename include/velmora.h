@@ -76,6 +76,48 @@ VELMORA_API void velmora(void **pt, const int *maxfct, const int *mnum, const in
                          int *perm, const int *nrhs, int *iparm, const int *msglvl, void *b,
                          void *x, int *error, double *dparm);
 
+/*
+ * The Schur complement S = A22 - A21 A11^-1 A12 of the last iparm(38)
+ * unknowns, kept out of the factorization of row mnum, in compressed rows.
+ * Rows and columns of S are numbered 1..iparm(38) (the caller's unknowns
+ * n-iparm(38)+1..n).  The symmetric and Hermitian types (even mtype) give
+ * the upper triangle of S, the others all of S.
+ *   pt      in:  the handle, factored with iparm(38) set
+ *   maxfct  in:  not read
+ *   mnum    in:  which factorization
+ *   mtype   in:  not read: the type of the analysis holds
+ *   S_ia    out: iparm(38)+1 row starts, one-based
+ *   S_ja    out: column indices; NULL (with S_a) writes S_ia alone, whose
+ *                last entry less one is the number of entries of S
+ *   S_a     out: values (pairs of doubles for the complex types), or NULL
+ */
+VELMORA_API void velmora_get_schur(void **pt, const int *maxfct, const int *mnum, const int *mtype,
+                                   int *S_ia, int *S_ja, void *S_a);
+
+/*
+ * Folds a range of a full Schur complement into a dense block:
+ * dense(r-i1+1, c-j1+1) = alpha dense(r-i1+1, c-j1+1) + beta S(r, c) for
+ * i1 <= r <= i2, j1 <= c <= j2 (Schur numbering).  The symmetric and
+ * Hermitian types write the lower triangle of S alone.
+ *   i1, j1  in:  first row and column of the range
+ *   i2, j2  in:  last row and column of the range
+ *   alpha   in:  factor of the block's old values
+ *   beta    in:  factor of S
+ *   dense   in/out: column-major block (pairs of doubles for complex types)
+ *   ld      in:  its leading dimension, at least i2-i1+1
+ *   pt      in:  the handle, factored with iparm(38) set
+ *   maxfct  in:  not read
+ *   mnum    in:  which factorization
+ *   mtype   in:  not read: the type of the analysis holds
+ *   err     out: 0; 1 when S is not full (four lines on standard output),
+ *                the handle holds no such factor, or the range lies outside
+ *                S; dense is then untouched
+ */
+VELMORA_API void velmora_add_schur(const int *i1, const int *j1, const int *i2, const int *j2,
+                                   const double *alpha, const double *beta, void *dense,
+                                   const int *ld, void **pt, const int *maxfct, const int *mnum,
+                                   const int *mtype, int *err);
+
 /* Apply F to every spelling of one call.  F(spelling, name, ret, params, args). */
 /* clang-format off */
 #define VELMORA_SPELL_1(F, lo, UP, ret, params, args) F(UP, lo, ret, params, args)
@@ -137,6 +179,17 @@ VELMORA_API void velmora(void **pt, const int *maxfct, const int *mnum, const in
   E(12, velmorainit, VELMORAINIT, void,                                                            \
     (void **pt, const int *mtype, const int *solver, int *iparm, double *dparm, int *error),       \
     (pt, mtype, solver, iparm, dparm, error))                                                      \
+  /* the Schur complement of a factorization with iparm(38), in compressed rows */                 \
+  E(12, velmora_get_schur, VELMORA_GET_SCHUR, void,                                                \
+    (void **pt, const int *maxfct, const int *mnum, const int *mtype, int *S_ia, int *S_ja,        \
+     void *S_a),                                                                                   \
+    (pt, maxfct, mnum, mtype, S_ia, S_ja, S_a))                                                    \
+  /* dense = alpha dense + beta S over a range of a full Schur complement */                       \
+  E(12, velmora_add_schur, VELMORA_ADD_SCHUR, void,                                                \
+    (const int *i1, const int *j1, const int *i2, const int *j2, const double *alpha,              \
+     const double *beta, void *dense, const int *ld, void **pt, const int *maxfct,                 \
+     const int *mnum, const int *mtype, int *err),                                                 \
+    (i1, j1, i2, j2, alpha, beta, dense, ld, pt, maxfct, mnum, mtype, err))                        \
   /* y = A x, the 2-norms of b and y - b: mtype -2, 2, 11 real, 6, 13 complex; other types */      \
   /* print a message and end the program */                                                        \
   E(12, velmora_residual, VELMORA_RESIDUAL, void,                                                  \

@@ -158,6 +158,8 @@ struct ControlState {
   std::int32_t hybrid_check;
   std::int32_t hybrid_ready;
   double hybrid_factor_seconds;
+  // Entries of the Schur block of the last factorization (0 without one).
+  std::int64_t nnz_schur;
 };
 
 // rctl slots (one-based).

@@ -33,6 +33,13 @@ void velmora_printstats_z(const int *mtype, const int *n, const void *a, const i
 void velmora_residual(const int *mtype, const int *n, const void *a, const int *ia, const int *ja,
                       const void *b, const void *x, void *y, double *normb, double *normr);
 
+// The Schur complement of the factor of row mnum (schur_calls.cpp).
+void velmora_get_schur(void **pt, const int *maxfct, const int *mnum, const int *mtype, int *S_ia,
+                       int *S_ja, void *S_a);
+void velmora_add_schur(const int *i1, const int *j1, const int *i2, const int *j2,
+                       const double *alpha, const double *beta, void *dense, const int *ld,
+                       void **pt, const int *maxfct, const int *mnum, const int *mtype, int *err);
+
 }  // namespace vm::entry
 
 #endif  // VELMORA_INTERFACE_ENTRY_H

@@ -11,7 +11,9 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "common/matrix_type.h"
@@ -21,8 +23,10 @@
 #include "factor/workspace.h"
 #include "interface/numeric_driver.h"
 #include "interface/report_error.h"
+#include "interface/velmora_c.h"
 #include "solve/pre_cgs.h"
 #include "solve/refine.h"
+#include "solve/selinv.h"
 #include "solve/solve.h"
 #include "velmora_smat.h"
 
@@ -286,6 +290,7 @@ int factorize(const CallArgs &c, ControlBlock *cb, std::intptr_t *row, double ph
   s.perturbed_pivots = sc.perturbed;
   s.inertia_pos = sc.npos;
   s.inertia_neg = sc.nneg;
+  s.nnz_schur = status == 0 ? sc.schur_nnz : 0;
   row[kRowFactored] = status == 0 ? 1 : 0;
   if (status == 0 && is_spd_type(s.mtype) && sc.npos == 0 && sc.nneg == 0)
     s.inertia_pos = n - s.schur_size;  // every pivot of a Cholesky factor is positive
@@ -421,6 +426,132 @@ int numeric_hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in,
   if (cb->s.complex_factor == 2) return hybrid<zcomplex, zcomplex>(c, cb, in, row, budget_of, run);
   return row[kRowSingle] != 0 ? hybrid<float, double>(c, cb, in, row, budget_of, run)
                               : hybrid<double, double>(c, cb, in, row, budget_of, run);
+}
+
+bool stored_factor(void **pt, int mnum, FactorView<void> *f) {
+  if (pt == nullptr || !has_block(pt, kPtControl) || !has_block(pt, kPtSymbolic) ||
+      !has_block(pt, kPtFactors))
+    return false;
+  const ControlBlock *cb = control_of(pt);
+  if (mnum < 1 || mnum > cb->factor_rows) return false;
+  std::intptr_t *row = factor_row(pt, mnum);
+  if (row[kRowFactored] != 1 || !holds_block(reinterpret_cast<void *>(row[kRowValues])))
+    return false;
+  *f = factor_view<void>(pt, cb, row);
+  return true;
+}
+
+namespace {
+
+// One factor array as one record: its length in bytes (32 bits, little
+// endian), the values, the length again.  The file is replaced.
+bool write_record(const char *name, const void *data, std::int64_t bytes) {
+  std::FILE *file = std::fopen(name, "wb");
+  if (file == nullptr) return false;
+  const std::int32_t mark = bytes <= INT32_MAX ? static_cast<std::int32_t>(bytes) : -1;
+  bool ok = std::fwrite(&mark, 4, 1, file) == 1;
+  ok = ok && (bytes == 0 || std::fwrite(data, 1, static_cast<std::size_t>(bytes), file) ==
+                                static_cast<std::size_t>(bytes));
+  ok = ok && std::fwrite(&mark, 4, 1, file) == 1;
+  if (std::fclose(file) != 0) ok = false;
+  return ok;
+}
+
+bool read_record(const char *name, void *data, std::int64_t bytes) {
+  std::FILE *file = std::fopen(name, "rb");
+  if (file == nullptr) return false;
+  std::int32_t mark = 0;
+  bool ok = std::fread(&mark, 4, 1, file) == 1;
+  ok = ok && (bytes == 0 || std::fread(data, 1, static_cast<std::size_t>(bytes), file) ==
+                                static_cast<std::size_t>(bytes));
+  std::fclose(file);
+  return ok;
+}
+
+template <class T>
+int run_inverse_kernel(const FactorView<void> &v, const InverseInput &in, int mtype, int n,
+                       void *work, const InverseWorkSize &sz) {
+  const FactorView<T> f =
+      numeric_factor<T>(v, static_cast<T *>(v.lnz), static_cast<T *>(v.unz), v.pivot, v.pivot_col);
+  const InverseWork<T> w = selinv_work_carve<T>(sz, work);
+  if (mtype == -2 || mtype == 6) return BLKLDL_INVERSE_COM<T>(f, in, n, w);
+  if (mtype == 1 || mtype == 3) return BLKLU_INVERSE_COM<T>(f, in, n, w);
+  return BLKLU_UNSYM_INVERSE_COM<T>(f, in, n, w);
+}
+
+}  // namespace
+
+std::int64_t inverse_work_bytes(void **pt, const ControlBlock *cb) {
+  const InverseWorkSize sz = selinv_work_size(symbolic_factor(pt, cb));
+  return (4 * sz.ints() + 15) / 16 * 16 + sz.scalars() * scalar_bytes(cb) + 16;
+}
+
+std::int64_t inverse_copy_bytes(const ControlBlock *cb) {
+  const ControlState &s = cb->s;
+  return (s.nnz_l + (stores_u(s.mtype) ? s.nnz_u : 0)) * scalar_bytes(cb);
+}
+
+int numeric_inverse(const CallArgs &c, ControlBlock *cb, void *work, void *copy,
+                    InverseFailure *fe) {
+  void **pt = c.pt;
+  const ControlState &s = cb->s;
+  const double t0 = omp_get_wtime();
+  FactorView<void> v;
+  stored_factor(pt, *c.mnum, &v);
+  const bool lu = stores_u(s.mtype);
+  const std::int64_t lbytes = s.nnz_l * scalar_bytes(cb);
+  const std::int64_t ubytes = lu ? s.nnz_u * scalar_bytes(cb) : 0;
+  const int keep = ip(c.iparm, 36);
+  const char *lname = lu ? "velmora_inverse_L.dat" : "velmora_inverse.dat";
+  const char *uname = "velmora_inverse_U.dat";
+  if (keep == 1) {
+    std::memcpy(copy, v.lnz, static_cast<std::size_t>(lbytes));
+    if (lu)
+      std::memcpy(static_cast<char *>(copy) + lbytes, v.unz, static_cast<std::size_t>(ubytes));
+  } else if (keep == 2) {
+    const bool l_ok = write_record(lname, v.lnz, lbytes);
+    if (!l_ok || (lu && !write_record(uname, v.unz, ubytes))) {
+      *fe = InverseFailure{l_ok ? uname : lname, errno, false};
+      return 1;
+    }
+  }
+
+  InverseInput in;
+  in.ia = c.ia;
+  in.ja = c.ja;
+  in.a = static_cast<double *>(c.a);
+  in.perm = carved<int>(pt, cb, kPtSymbolic, kSymPerm);
+  in.invp = carved<int>(pt, cb, kPtSymbolic, kSymInvp);
+  in.scale = static_cast<const double *>(pt_slot(pt, kPtScaling));
+  in.scaling_on = in.scale != nullptr ? s.scaling_on : 0;
+  in.q = s.mtype > 10 ? static_cast<const int *>(pt_slot(pt, kPtMatching)) : nullptr;
+  in.bunch_kaufman = s.iparm21 != 0;
+  in.verbose = message_level(c.msglvl) > 0;
+  const InverseWorkSize sz = selinv_work_size(v);
+  fe->kernel = s.complex_factor == 2
+                   ? run_inverse_kernel<zcomplex>(v, in, s.mtype, s.neqns, work, sz)
+                   : run_inverse_kernel<double>(v, in, s.mtype, s.neqns, work, sz);
+
+  int status = fe->kernel != kInverseDone ? 2 : 0;
+  if (keep == 1) {
+    std::memcpy(v.lnz, copy, static_cast<std::size_t>(lbytes));
+    if (lu)
+      std::memcpy(v.unz, static_cast<char *>(copy) + lbytes, static_cast<std::size_t>(ubytes));
+  } else if (keep == 2) {
+    const bool l_ok = read_record(lname, v.lnz, lbytes);
+    if (!l_ok || (lu && !read_record(uname, v.unz, ubytes))) {
+      *fe = InverseFailure{l_ok ? uname : lname, errno, true, fe->kernel};
+      status = 1;
+    }
+  }
+  if (in.verbose) {
+    std::printf("%s%f s\n",
+                lu ? "[VELMORA]: Time selected inversion           "
+                   : "[VELMORA]: Time inverse inversion           ",
+                omp_get_wtime() - t0);
+    std::fflush(stdout);
+  }
+  return status;
 }
 
 std::int64_t factor_row_bytes(const ControlBlock *cb) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "factor/factor_args.h"
 #include "interface/control.h"
 #include "solve/solve.h"
 
@@ -57,6 +58,36 @@ struct HybridRun {
 };
 int numeric_hybrid(const CallArgs &c, ControlBlock *cb, const SolveInput &in,
                    int (*budget_of)(ControlBlock *, double), HybridRun *run);
+
+// The factor of row mnum with what the analysis fixed, untyped (the
+// element type follows from cb->s), when the handle holds a completed
+// factorization there; false otherwise (no handle, no analysis, mnum out
+// of range, a row never factored or whose factorization failed).
+bool stored_factor(void **pt, int mnum, FactorView<void> *f);
+
+// Selected inversion (phase -22) of the factor of row mnum, which
+// stored_factor found.  Bytes of the kernels' work group, and of the copy
+// of the factor that iparm(36) 1 keeps.
+std::int64_t inverse_work_bytes(void **pt, const ControlBlock *cb);
+std::int64_t inverse_copy_bytes(const ControlBlock *cb);
+
+// What stopped an inversion: a factor file that could not be written or
+// read back, or the kernel's status (selinv.h).
+struct InverseFailure {
+  const char *file = "";
+  int sys_error = 0;  // errno
+  bool reading = false;
+  int kernel = 0;
+};
+
+// The inversion with the factor kept as iparm(36) asks: 0 not kept, 1 in
+// `copy`, 2 in the files of the working directory.  The entries of A^-1
+// on the caller's pattern replace a.  Returns 0, or 1 when a factor file
+// failed (*fe says which; written before the inversion, the factor is
+// intact; read back after it, the factor is lost), or 2 when the kernel
+// could not invert the factor (a untouched, a kept factor restored).
+int numeric_inverse(const CallArgs &c, ControlBlock *cb, void *work, void *copy,
+                    InverseFailure *fe);
 
 // Stage 4: factorization for phase below 30, then the solve for phase
 // ending in 3.

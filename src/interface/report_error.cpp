@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "interface/memory.h"
 
@@ -99,6 +100,9 @@ void check_message(const Failure &f) {
     case kCodeNotAvailable:
       report_line("*** error velmora: this option is not yet available (%s)", f.text);
       break;
+    case kCodeInverseMode:
+      report_line("*** Input check: iparm(36) %d (out of bounds)", f.arg1);
+      break;
     default:
       break;
   }
@@ -120,6 +124,13 @@ void memory_message(const Failure &f, const ControlBlock *cb, const int *iparm) 
 void factorization_message(const Failure &f, const ControlBlock *cb, const int *iparm) {
   const int iparm8 = iparm ? iparm[7] : 0;
   const int iparm20 = iparm ? iparm[19] : 0;
+  if (f.code == kCodeInverseStopped) {
+    report_line("*** error velmora: selected inversion stopped: %s",
+                f.arg1 == 1   ? "2x2 pivots in the factor"
+                : f.arg1 == 2 ? "a pivot block without inverse"
+                              : "an index check failed");
+    return;
+  }
   if (f.code == -112) {
     report_line("*** error velmora: iterative refinement contraction rate greater 0.9, interrupt");
   }
@@ -184,6 +195,16 @@ void report_failure(const Failure &f, const ControlBlock *cb, const int *iparm, 
       break;
     case -7:
       report_line("*** something wrong with diagonal matrix row %d", std::abs(f.code));
+      break;
+    case -5:
+      if (f.code == kCodeInverseWrite || f.code == kCodeInverseRead) {
+        report_line("*** error velmora: selected inversion could not %s the factor file %s: %s",
+                    f.code == kCodeInverseWrite ? "write" : "read back", f.text,
+                    std::strerror(f.arg1));
+        if (f.code == kCodeInverseRead) report_line("*** error velmora: the factor is lost");
+        break;
+      }
+      report_line("*** error velmora: unclassified error");
       break;
     default:
       report_line("*** error velmora: unclassified error");

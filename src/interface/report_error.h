@@ -13,8 +13,12 @@ enum FailureCode : int {
   kCodeDiagSymbolicOnly = 999,
   kCodeInitContradiction = 1000,
   kCodeNoAnalysis = 100000,
-  kCodeNotAvailable = 998,  // a path of the library that this build lacks
-  kCodeBadPattern = 32,     // the caller's ia/ja (the fault's words in text, row in arg1)
+  kCodeNotAvailable = 998,   // a path of the library that this build lacks
+  kCodeBadPattern = 32,      // the caller's ia/ja (the fault's words in text, row in arg1)
+  kCodeInverseMode = 33,     // iparm(36) outside 0..2 (the value in arg1)
+  kCodeInverseWrite = 34,    // a factor file of phase -22 not written (file in text, errno in arg1)
+  kCodeInverseRead = 35,     // ... not read back: the factor is lost
+  kCodeInverseStopped = 36,  // phase -22: the factor cannot be inverted (kernel status in arg1)
 };
 
 // One failure: `result` is what `error` receives, `code` the detailed code,

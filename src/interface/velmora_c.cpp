@@ -10,6 +10,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -685,6 +686,96 @@ void finish_call(const CallArgs &c, ControlBlock *cb, Failure f) {
   dump_solution(c);
 }
 
+// Ends a call of phase -22: the memory figures, the failure report at
+// msglvl 1 and the result, without the statistics.
+int end_inverse(const CallArgs &c, ControlBlock *cb, Failure f) {
+  ip(c.iparm, 15) = cb->s.peak_kb;
+  ip(c.iparm, 16) = cb->s.perm_kb;
+  ip(c.iparm, 17) = cb->s.factor_kb;
+  const int level = message_level(c.msglvl);
+  if (f.result == -1 && level == 0) f.result = -7;
+  if (f.result < 0 && level > 0) report_failure(f, cb, c.iparm, *c.phase);
+  *c.error = f.result;
+  return f.code;
+}
+
+// iparm(37) 1: the result kept as a symmetric matrix is: the upper
+// triangle of each row, compacted in place in ia, ja and a.
+void keep_upper_triangle(const CallArgs &c, int width) {
+  const int n = *c.n;
+  int *ia = const_cast<int *>(c.ia);
+  int *ja = const_cast<int *>(c.ja);
+  double *a = static_cast<double *>(c.a);
+  int next = 0;
+  int start = ia[0] - 1;
+  for (int i = 0; i < n; ++i) {
+    const int end = ia[i + 1] - 1;
+    ia[i] = next + 1;
+    for (int k = start; k < end; ++k) {
+      if (ja[k] < i + 1) continue;
+      ja[next] = ja[k];
+      for (int w = 0; w < width; ++w)
+        a[std::int64_t{next} * width + w] = a[std::int64_t{k} * width + w];
+      ++next;
+    }
+    start = end;
+  }
+  ia[n] = next + 1;
+}
+
+// Phase -22: the entries of A^-1 on the caller's pattern from the factor
+// of row mnum, in the kernels' own work group pt(19) and, for iparm(36) 1,
+// the copy of the factor in pt(20); both are released at the end.
+int run_inverse(const CallArgs &c, ControlBlock *cb) {
+  void **pt = c.pt;
+  if (!c.a || !c.ia || !c.ja)
+    return end_inverse(c, cb,
+                       Failure{-1, kCodeNullArgument, 0, 0,
+                               !c.a    ? "a"
+                               : !c.ia ? "ia"
+                                       : "ja"});
+  FactorView<void> v;
+  if (!stored_factor(pt, *c.mnum, &v)) return end_inverse(c, cb, Failure{-1, kCodeNoAnalysis});
+  // The result is written at the places of the analysed pattern: the order
+  // and the row pointers must still be those (the columns are checked as
+  // they are read).
+  const int n = cb->s.neqns;
+  if (*c.n != n) return end_inverse(c, cb, Failure{-1, 6, *c.n, n});
+  bool rows_ok = c.ia[0] == 1 && c.ia[n] - 1 == cb->s.nnz;
+  for (int i = 0; rows_ok && i < n; ++i) rows_ok = c.ia[i] <= c.ia[i + 1];
+  if (!rows_ok) return end_inverse(c, cb, Failure{-1, 8, c.ia[n] - 1, cb->s.nnz});
+  if (cb->s.schur_size > 0)
+    return end_inverse(
+        c, cb, Failure{-1, kCodeNotAvailable, 0, 0, "inversion of a factor with a Schur block"});
+  const int keep = ip(c.iparm, 36);
+  if (keep < 0 || keep > 2) return end_inverse(c, cb, Failure{-1, kCodeInverseMode, keep});
+  Failure f;
+  const std::int64_t held_kb = cb->mem_kb;
+  int code = group_alloc(cb, &pt_slot(pt, kPtBlockB), inverse_work_bytes(pt, cb), -1200);
+  if (code == 0 && keep == 1)
+    code = group_alloc(cb, &pt_slot(pt, kPtBlockC), inverse_copy_bytes(cb), -1100);
+  if (code != 0) {
+    std::printf("ALLOCATION ERROR %s\n", has_block(pt, kPtBlockB) ? "MATRIX_L" : "INDMAPNEW");
+    std::fflush(stdout);
+    f = Failure{-2, code};
+    f.bytes = cb->fail_bytes;
+  } else {
+    InverseFailure fe;
+    const int status = numeric_inverse(c, cb, pt_slot(pt, kPtBlockB), pt_slot(pt, kPtBlockC), &fe);
+    if (status == 1) {
+      f = Failure{-5, fe.reading ? kCodeInverseRead : kCodeInverseWrite, fe.sys_error, 0, fe.file};
+    } else if (status == 2) {
+      f = Failure{-4, kCodeInverseStopped, fe.kernel};
+    } else if (ip(c.iparm, 37) == 1) {
+      keep_upper_triangle(c, cb->s.complex_factor);
+    }
+  }
+  group_release(&pt_slot(pt, kPtBlockC));
+  group_release(&pt_slot(pt, kPtBlockB));
+  cb->mem_kb = held_kb;  // the peak keeps what the call held
+  return end_inverse(c, cb, f);
+}
+
 }  // namespace
 
 const char *missing_argument(const CallArgs &c) {
@@ -736,11 +827,7 @@ int VELMORA_CCC(const CallArgs &c) {
   if (phase == -22 && cb) {
     static const int kInvertible[] = {1, 3, 6, 11, 13, -2};
     for (int t : kInvertible)
-      if (*c.mtype == t) {
-        f = Failure{-1, kCodeNotAvailable, 0, 0, "selected inversion"};
-        finish_call(c, cb, f);
-        return f.code;
-      }
+      if (*c.mtype == t) return run_inverse(c, cb);
     return 0;
   }
 
