@@ -426,6 +426,28 @@ TEST(SelectedInversion, EntriesEqualTheDenseInverseAndTheKeptFactorSolves) {
   }
 }
 
+// One-column supernodes (iparm(30) 1) are factored in runs and stored as
+// 1x1 pivots: the inverse reads them as such.  A single-precision factor
+// has no inverse: the call is refused and a is left alone.
+TEST(SelectedInversion, OneColumnSupernodesAndSinglePrecision) {
+  const Problem p = make_problem(-2, 10, 8, 90);
+  {
+    Solver s(p);
+    s.iparm[29] = 1;
+    std::vector<double> a = p.a;
+    ASSERT_EQ(s.factor(a), 0);
+    s.iparm[35] = 1;
+    ASSERT_EQ(s.call(-22, a.data()), 0);
+    EXPECT_LT(inverse_error(p, a, dense_inverse(p)), 1e-10);
+  }
+  Solver s(p);
+  s.iparm[28] = 1;
+  std::vector<double> a = p.a;
+  ASSERT_EQ(s.factor(a), 0);
+  EXPECT_EQ(s.call(-22, a.data()), VELMORA_ERR_SILENT);  // an input refusal at msglvl 0
+  EXPECT_EQ(a, p.a);
+}
+
 // iparm(37) 1: the result keeps the upper triangle of each row, compacted
 // in place in ia, ja and a.
 TEST(SelectedInversion, UpperTriangleOfTheResultOnRequest) {

@@ -747,6 +747,9 @@ int run_inverse(const CallArgs &c, ControlBlock *cb) {
   if (cb->s.schur_size > 0)
     return end_inverse(
         c, cb, Failure{-1, kCodeNotAvailable, 0, 0, "inversion of a factor with a Schur block"});
+  if (factor_row(pt, *c.mnum)[kRowSingle] != 0)
+    return end_inverse(
+        c, cb, Failure{-1, kCodeNotAvailable, 0, 0, "inversion of a single-precision factor"});
   const int keep = ip(c.iparm, 36);
   if (keep < 0 || keep > 2) return end_inverse(c, cb, Failure{-1, kCodeInverseMode, keep});
   Failure f;
