@@ -26,7 +26,6 @@ inline void add_through(int count, const int *rel, T *end, const T *t) {
   for (; i + kRunBlock <= count; i += kRunBlock) {
     if (rel[i] - rel[i + kRunBlock - 1] == kRunBlock - 1) {
       T *d = end - rel[i];
-#pragma omp simd
       for (int q = 0; q < kRunBlock; ++q) d[q] += t[i + q];
     } else {
       for (int q = 0; q < kRunBlock; ++q) end[-rel[i + q]] += t[i + q];
@@ -43,7 +42,6 @@ inline void add_through2(int count, const int *rel, T *end0, const T *t0, T *end
     if (rel[i] - rel[i + kRunBlock - 1] == kRunBlock - 1) {
       T *d0 = end0 - rel[i];
       T *d1 = end1 - rel[i];
-#pragma omp simd
       for (int q = 0; q < kRunBlock; ++q) {
         d0[q] += t0[i + q];
         d1[q] += t1[i + q];
