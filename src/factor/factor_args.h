@@ -53,6 +53,30 @@ FactorView<T> numeric_factor(const SymbolicFactor &s, T *lnz, T *unz, int *pivot
   return f;
 }
 
+// Supernode s (one-based) of a numeric factor as its panels: its first
+// column, its width, its row list in lindx (own columns first), the lnz
+// panel (leading dimension len) and, where U is stored, the unz block
+// (leading dimension len - ncols).
+template <class T>
+struct SupernodePanel {
+  int first = 0, ncols = 0, len = 0;
+  const int *rows = nullptr;
+  T *L = nullptr;
+  T *U = nullptr;
+};
+
+template <class T>
+SupernodePanel<T> supernode_panel(const FactorView<T> &f, int s) {
+  SupernodePanel<T> p;
+  p.first = f.xsuper[s - 1];
+  p.ncols = f.xsuper[s] - p.first;
+  p.len = static_cast<int>(f.xlnz[p.first] - f.xlnz[p.first - 1]);
+  p.rows = f.lindx + (f.xlindx[s - 1] - 1);
+  p.L = f.lnz + (f.xlnz[p.first - 1] - 1);
+  if (f.unz != nullptr && f.xunz != nullptr) p.U = f.unz + (f.xunz[p.first - 1] - 1);
+  return p;
+}
+
 // Where each stored entry of A lands in the factor (see amap.h): for
 // column j (1-based) the entries ptr[j-1] .. ptr[j]-1 (one-based) of
 // dest/src/row.  dest is a one-based position in lnz (or unz for the U

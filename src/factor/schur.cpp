@@ -10,29 +10,6 @@ namespace vm {
 
 namespace {
 
-// One Schur supernode: its columns first .. first+ncols-1, its row list
-// (own columns first), its panel (leading dimension len) and, for the LU
-// types, its unz block (len - ncols rows per column).
-template <class T>
-struct SchurPanel {
-  int first = 0, ncols = 0, len = 0;
-  const int *rows = nullptr;
-  const T *L = nullptr;
-  const T *U = nullptr;
-};
-
-template <class T>
-SchurPanel<T> panel_of(const FactorView<T> &f, int s) {
-  SchurPanel<T> p;
-  p.first = f.xsuper[s - 1];
-  p.ncols = f.xsuper[s] - p.first;
-  p.len = static_cast<int>(f.xlnz[p.first] - f.xlnz[p.first - 1]);
-  p.rows = f.lindx + (f.xlindx[s - 1] - 1);
-  p.L = f.lnz + (f.xlnz[p.first - 1] - 1);
-  if (f.unz != nullptr && f.xunz != nullptr) p.U = f.unz + (f.xunz[p.first - 1] - 1);
-  return p;
-}
-
 // First supernode of the Schur block (nsuper+1 when there is none): the
 // analysis lets no supernode straddle the first Schur column.
 template <class T>
@@ -59,7 +36,7 @@ void GET_SCHUR_VELMORA(const FactorView<T> &f, bool symmetric, int *S_ia, int *S
     S_ia[0] = 1;
     std::int64_t k = 0;
     for (int s = s0; s <= f.nsuper; ++s) {
-      const SchurPanel<T> p = panel_of(f, s);
+      const SupernodePanel<T> p = supernode_panel(f, s);
       for (int j = 0; j < p.ncols; ++j) {
         for (int r = j; r < p.len; ++r, ++k) {
           if (!fill) continue;
@@ -77,7 +54,7 @@ void GET_SCHUR_VELMORA(const FactorView<T> &f, bool symmetric, int *S_ia, int *S
   // then filled supernode by supernode, which keeps each row ascending.
   for (int i = 0; i <= nr; ++i) S_ia[i] = 0;
   for (int s = s0; s <= f.nsuper; ++s) {
-    const SchurPanel<T> p = panel_of(f, s);
+    const SupernodePanel<T> p = supernode_panel(f, s);
     for (int r = 0; r < p.len; ++r) S_ia[p.rows[r] - first_s] += p.ncols;
     for (int j = 0; j < p.ncols; ++j) S_ia[p.first + j - first_s] += p.len - p.ncols;
   }
@@ -92,7 +69,7 @@ void GET_SCHUR_VELMORA(const FactorView<T> &f, bool symmetric, int *S_ia, int *S
   // Now S_ia[i] is the start of row i (one-based row, S_ia[1] = 1); fill
   // with S_ia[row] as the cursor of row `row`.
   for (int s = s0; s <= f.nsuper; ++s) {
-    const SchurPanel<T> p = panel_of(f, s);
+    const SupernodePanel<T> p = supernode_panel(f, s);
     const int below = p.len - p.ncols;
     for (int j = 0; j < p.ncols; ++j) {
       const int c = p.first + j - first_s;
@@ -138,7 +115,7 @@ int ADD_SCHUR_VELMORA(const FactorView<T> &f, bool symmetric, std::int64_t nnz_s
     store<T>(dense, e, a * load<T>(dense, e) + b * v);
   };
   for (int s = first_schur_supernode(f); s <= f.nsuper; ++s) {
-    const SchurPanel<T> p = panel_of(f, s);
+    const SupernodePanel<T> p = supernode_panel(f, s);
     for (int j = 0; j < p.ncols; ++j) {
       const int col = p.first + j - first_s;
       if (col < j1 || col > j2) continue;

@@ -27,11 +27,9 @@ namespace {
 // transposed copy of L21 in Bunch-Kaufman storage (nk x nb).
 template <class T>
 int normalize(const FactorView<T> &f, int k, bool bk, T *D, T *Y) {
-  const int first = f.xsuper[k - 1];
-  const int nk = f.xsuper[k] - first;
-  const int len = static_cast<int>(f.xlnz[first] - f.xlnz[first - 1]);
-  const int nb = len - nk;
-  T *L = f.lnz + (f.xlnz[first - 1] - 1);
+  const SupernodePanel<T> K = supernode_panel(f, k);
+  const int first = K.first, nk = K.ncols, len = K.len, nb = len - nk;
+  T *L = K.L;
   const int *piv = f.pivot + (first - 1);
   for (int j = 0; j < nk; ++j) {
     if (bk && piv[j] < 0) {

@@ -48,12 +48,10 @@ void exchange_rows(T *M, int nk, const int *x, bool ascending) {
 
 template <class T>
 int normalize(const FactorView<T> &f, int k, const int *colx, T *D) {
-  const int first = f.xsuper[k - 1];
-  const int nk = f.xsuper[k] - first;
-  const int len = static_cast<int>(f.xlnz[first] - f.xlnz[first - 1]);
-  const int nb = len - nk;
-  T *L = f.lnz + (f.xlnz[first - 1] - 1);
-  T *U = f.unz + (f.xunz[first - 1] - 1);
+  const SupernodePanel<T> K = supernode_panel(f, k);
+  const int first = K.first, nk = K.ncols, len = K.len, nb = len - nk;
+  T *L = K.L;
+  T *U = K.U;
   const int *rowx = f.pivot + (first - 1);
   const int *cx = colx != nullptr ? colx + (first - 1) : nullptr;
   for (int j = 0; j < nk; ++j)

@@ -57,24 +57,11 @@ void time_line(bool verbose, const char *label, double seconds) {
 
 namespace {
 
-// Supernode s as the recursion reads it.
+// Supernode s as the recursion reads it: no U for the symmetric types.
 template <class T>
-struct Block {
-  int first = 0, ncols = 0, len = 0;
-  const int *rows = nullptr;  // ascending: own columns, then the rows below
-  T *L = nullptr;             // panel, leading dimension len
-  T *U = nullptr;             // unz block, leading dimension len - ncols (LU)
-};
-
-template <class T>
-Block<T> block_of(const FactorView<T> &f, bool lu, int s) {
-  Block<T> b;
-  b.first = f.xsuper[s - 1];
-  b.ncols = f.xsuper[s] - b.first;
-  b.len = static_cast<int>(f.xlnz[b.first] - f.xlnz[b.first - 1]);
-  b.rows = f.lindx + (f.xlindx[s - 1] - 1);
-  b.L = f.lnz + (f.xlnz[b.first - 1] - 1);
-  if (lu) b.U = f.unz + (f.xunz[b.first - 1] - 1);
+SupernodePanel<T> block_of(const FactorView<T> &f, bool lu, int s) {
+  SupernodePanel<T> b = supernode_panel(f, s);
+  if (!lu) b.U = nullptr;
   return b;
 }
 
@@ -89,7 +76,7 @@ bool gather(const FactorView<T> &f, bool lu, const int *B, int nb, T *G, int *re
   const std::int64_t ldg = nb;
   int i = 0;
   while (i < nb) {
-    const Block<T> J = block_of(f, lu, f.snode[B[i] - 1]);
+    const SupernodePanel<T> J = block_of(f, lu, f.snode[B[i] - 1]);
     const int end_col = J.first + J.ncols;
     int iend = i;
     while (iend < nb && B[iend] < end_col) ++iend;
@@ -132,7 +119,7 @@ int find_row(const int *rows, int len, int row) {
 template <class T>
 int recursion(const FactorView<T> &f, bool lu, const InverseWork<T> &w) {
   for (int k = f.nsuper; k >= 1; --k) {
-    const Block<T> K = block_of(f, lu, k);
+    const SupernodePanel<T> K = block_of(f, lu, k);
     const int nb = K.len - K.ncols, nk = K.ncols;
     if (nb == 0) continue;  // M^-1(K, K) = D_K^-1, in place already
     if (!gather(f, lu, K.rows + nk, nb, w.G, w.relpos)) return kInverseIndex;
@@ -177,12 +164,12 @@ void write_result(const FactorView<T> &f, bool lu, const InverseInput &in, int n
       if (!lu && i < j) std::swap(i, j);
       T value;
       if (i >= j) {
-        const Block<T> J = block_of(f, lu, f.snode[j - 1]);
+        const SupernodePanel<T> J = block_of(f, lu, f.snode[j - 1]);
         const int p = find_row(J.rows, J.len, i);
         if (p < 0) continue;
         value = J.L[p + std::int64_t{j - J.first} * J.len];
       } else {
-        const Block<T> I = block_of(f, lu, f.snode[i - 1]);
+        const SupernodePanel<T> I = block_of(f, lu, f.snode[i - 1]);
         const std::int64_t row = i - I.first;
         if (j < I.first + I.ncols) {
           value = I.L[row + std::int64_t{j - I.first} * I.len];
