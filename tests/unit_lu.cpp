@@ -206,6 +206,8 @@ TEST(Lu, SolvesWithAAndItsTranspose) {
   };
   const vector<Case> cases = {
       {"convection", testmat::convection_diffusion(8, 7, 6, 3.0), Ordering::kMetis},
+      // long runs of the target's rows: blocks written straight into the panels
+      {"convection 12^3", testmat::convection_diffusion(12, 12, 12, 3.0), Ordering::kMetis},
       {"random", random_dominant(150, 0.03, 4), Ordering::kAmd},
       {"dense", testmat::dense(60, false), Ordering::kNatural},
       {"olm500", testmat::from_file("olm500.mtx", false), Ordering::kAmd},
@@ -236,6 +238,7 @@ TEST(Lu, SolvesWithAAndItsTranspose) {
   EXPECT_GT(counts.coinciding, 0);
   EXPECT_GT(counts.rank1, 0);
   EXPECT_GT(counts.buffered, 0);
+  EXPECT_GT(counts.split, 0);
   EXPECT_GT(counts.direct, 0);
 }
 

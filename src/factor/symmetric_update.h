@@ -68,87 +68,6 @@ void contiguous_update(const FactorView<T> &f, int c0, int m, int L, const int *
   }
 }
 
-// Long runs of a descendant's tail whose rows follow each other in the
-// target's list: rows[0..nrows) of at least kRunRows rows, and cols[0..ncols)
-// of at least kRunCols rows among the first m (the target's columns),
-// cut at m.  Each is a range [first, end) of tail positions, in order.  A
-// block of the update whose rows are such a row run and whose columns such
-// a column run is a dense block of the target panel and is written there
-// directly; the rest goes through temp.  Runs beyond the capacity are
-// left to temp.
-constexpr int kRunRows = 32;
-constexpr int kRunCols = 8;
-constexpr int kMaxRowRuns = 64;
-constexpr int kMaxColRuns = 16;
-
-struct BlockRuns {
-  int nrows = 0, ncols = 0;
-  int rows[kMaxRowRuns][2];
-  int cols[kMaxColRuns][2];
-};
-
-// Gathers relind(i) = indmap(tail row i) for the L tail rows and records
-// the long runs; a column run also ends where the columns pass from one
-// panel of a chain to the next (snode, by column).
-inline void find_runs(int L, int m, const int *tail, const int *indmap, const int *snode,
-                      int *relind, BlockRuns *runs) {
-  int rstart = 0, cstart = 0;
-  for (int i = 0; i <= L; ++i) {
-    if (i < L) relind[i] = indmap[tail[i] - 1];
-    if (i == 0) continue;
-    const bool gap = i == L || relind[i] != relind[i - 1] - 1;
-    if (gap) {
-      if (i - rstart >= kRunRows && runs->nrows < kMaxRowRuns) {
-        runs->rows[runs->nrows][0] = rstart;
-        runs->rows[runs->nrows][1] = i;
-        ++runs->nrows;
-      }
-      rstart = i;
-    }
-    if (cstart < m && (gap || i >= m || snode[tail[i] - 1] != snode[tail[i - 1] - 1])) {
-      const int cend = i < m ? i : m;
-      if (cend - cstart >= kRunCols && runs->ncols < kMaxColRuns) {
-        runs->cols[runs->ncols][0] = cstart;
-        runs->cols[runs->ncols][1] = cend;
-        ++runs->ncols;
-      }
-      cstart = i;
-    }
-  }
-}
-
-// The parts of a buffered update, split along the long runs: for each long
-// column run, its blocks with long row runs go straight into the panel
-// (direct(a, b, gs, ge): tail rows [a, b), target columns [gs, ge)), the
-// rows between them through temp (buffered(r0, r1, c0, c1)); the columns
-// outside long runs through temp for all rows from their first.  Without
-// long row runs the whole block goes through temp.
-template <class Buffered, class Direct>
-void for_each_part(int L, int m, const BlockRuns &runs, Buffered buffered, Direct direct) {
-  if (runs.nrows == 0 || runs.ncols == 0) {
-    buffered(0, L, 0, m);
-    return;
-  }
-  int c0 = 0;
-  for (int g = 0; g <= runs.ncols; ++g) {
-    const int cshort = g < runs.ncols ? runs.cols[g][0] : m;
-    if (cshort > c0) buffered(c0, L, c0, cshort);
-    if (g == runs.ncols) break;
-    const int gs = runs.cols[g][0], ge = runs.cols[g][1];
-    int r = gs;
-    for (int q = 0; q < runs.nrows; ++q) {
-      if (runs.rows[q][1] <= gs) continue;
-      const int a = runs.rows[q][0] > gs ? runs.rows[q][0] : gs;
-      const int b = runs.rows[q][1];
-      if (a > r) buffered(r, a, gs, ge);
-      direct(a, b, gs, ge);
-      r = b;
-    }
-    if (r < L) buffered(r, L, gs, ge);
-    c0 = ge;
-  }
-}
-
 // Adds a part held in temp (tail rows [r0, r1), target columns [c0, c1),
 // leading dimension r1 - r0) to the panels: the entries on and below each
 // target column's diagonal, two columns to a pass over the rows.
@@ -224,7 +143,7 @@ void buffered_update(const FactorView<T> &f, const K &k, int s0, int s1, int L, 
     const T beta = first ? T(0) : T(1);
     std::int64_t off = 0;
     for_each_part(
-        L, m, runs,
+        L, m, runs, kFromDiagonal,
         [&](int r0, int r1, int c0, int c1) {
           const int nr = r1 - r0;
           blas::gemm<T>('N', kAdj, nr, c1 - c0, p.ncolj, T(-1), p.x + r0, p.lenj, w.first + c0,
@@ -244,7 +163,7 @@ void buffered_update(const FactorView<T> &f, const K &k, int s0, int s1, int L, 
   if (first) return;
   std::int64_t off = 0;
   for_each_part(
-      L, m, runs,
+      L, m, runs, kFromDiagonal,
       [&](int r0, int r1, int c0, int c1) {
         scatter_part(f, k, r0, r1, c0, c1, relind, temp + off);
         off += static_cast<std::int64_t>(r1 - r0) * (c1 - c0);

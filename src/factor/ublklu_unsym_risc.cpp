@@ -103,20 +103,47 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
   }
   const int *indmap = w.indmap;
   if (indmap[tail[0] - 1] - indmap[tail[L - 1] - 1] >= L) {
-    // Gaps in the target's list: both products through the buffer, one
-    // after the other.
+    // Gaps in the target's list: both products through the buffer, split
+    // along the long runs of the target's rows so that blocks dense in a
+    // panel are written there directly.  The L product covers every tail
+    // row at the target's columns, the U product the rows after them.
     if (update_temp_entries(m, L, 0) > w.tmpsiz) {
       *iflag = -2;
       return m;
     }
     count(&UpdateKernelCounts::buffered);
-    for (int i = 0; i < L; ++i) w.relind[i] = indmap[tail[i] - 1];
-    blas::gemm<T>('N', 'T', L, m, ncolj, T(-1), x, lenj, u, uldj, T(0), w.temp, L);
-    scatter_add(L, m, w.relind, k.first, k.len, f.xlnz, f.lnz, w.temp);
-    if (L > m) {
-      blas::gemm<T>('N', 'T', L - m, m, ncolj, T(-1), u + m, uldj, x, lenj, T(0), w.temp, L - m);
-      scatter_add_rows(L - m, m, w.relind + m, w.relind, k.first, k.len, f.xunz, f.unz, w.temp);
-    }
+    BlockRuns runs;
+    find_runs(L, m, tail, indmap, f.snode, w.relind, &runs);
+    if (runs.nrows > 0 && runs.ncols > 0) count(&UpdateKernelCounts::split);
+    const int *rel = w.relind;
+    // Position in the target's list of the tail row i.
+    auto at = [&](int i) { return k.len - 1 - rel[i]; };
+    for_each_part(
+        L, m, runs, 0,
+        [&](int r0, int r1, int c0, int c1) {
+          const int nr = r1 - r0;
+          blas::gemm<T>('N', 'T', nr, c1 - c0, ncolj, T(-1), x + r0, lenj, u + c0, uldj, T(0),
+                        w.temp, nr);
+          scatter_add_rows(nr, c1 - c0, rel + r0, rel + c0, k.first, k.len, f.xlnz, f.lnz, w.temp);
+        },
+        [&](int a, int b, int gs, int ge) {
+          T *c = k.panel + static_cast<std::int64_t>(at(gs)) * k.len + at(a);
+          blas::gemm<T>('N', 'T', b - a, ge - gs, ncolj, T(-1), x + a, lenj, u + gs, uldj, T(1), c,
+                        k.len);
+        });
+    for_each_part(
+        L, m, runs, m,
+        [&](int r0, int r1, int c0, int c1) {
+          const int nr = r1 - r0;
+          blas::gemm<T>('N', 'T', nr, c1 - c0, ncolj, T(-1), u + r0, uldj, x + c0, lenj, T(0),
+                        w.temp, nr);
+          scatter_add_rows(nr, c1 - c0, rel + r0, rel + c0, k.first, k.len, f.xunz, f.unz, w.temp);
+        },
+        [&](int a, int b, int gs, int ge) {
+          T *c = k.upanel + static_cast<std::int64_t>(at(gs)) * k.uld + (at(a) - k.ncols);
+          blas::gemm<T>('N', 'T', b - a, ge - gs, ncolj, T(-1), u + a, uldj, x + gs, lenj, T(1), c,
+                        k.uld);
+        });
   } else {
     // The tail is a run of the target's list, from the diagonal of its
     // first row r1: its rows after the m inside the block are the first

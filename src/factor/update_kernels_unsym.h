@@ -33,13 +33,12 @@ inline void scatter_rank1_pair(int m, int r0, int L, const T *b, const T *a, con
   }
 }
 
-// scatter_add of a block whose rows are not the target columns: adds the
-// nrows x m block temp (leading dimension nrows) to the target supernode
-// whose first column is `first` and whose list has len rows.
+// scatter_add_rows: adds the nrows x m block temp (leading dimension
+// nrows) to the target supernode whose first column is `first` and whose
+// list has len rows, in lnz (xptr = xlnz) or unz (xptr = xunz).
 // row_rel[0..nrows) holds indmap of the block's rows, col_rel[0..m) that
 // of its columns (target columns, whose ends xptr(first + len - col_rel)
-// gives).  With row_rel == col_rel this is the lnz update of the symmetric
-// families without the triangle test.
+// gives).
 template <class T>
 inline void scatter_add_rows(int nrows, int m, const int *row_rel, const int *col_rel, int first,
                              int len, const std::int64_t *xptr, T *dst, const T *temp) {
