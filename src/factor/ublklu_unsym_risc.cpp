@@ -116,34 +116,29 @@ int apply_update(const FactorView<T> &f, const Target<T> &k, int jsup, int L, in
     find_runs(L, m, tail, indmap, f.snode, w.relind, &runs);
     if (runs.nrows > 0 && runs.ncols > 0) count(&UpdateKernelCounts::split);
     const int *rel = w.relind;
-    // Position in the target's list of the tail row i.
-    auto at = [&](int i) { return k.len - 1 - rel[i]; };
-    for_each_part(
-        L, m, runs, 0,
-        [&](int r0, int r1, int c0, int c1) {
-          const int nr = r1 - r0;
-          blas::gemm<T>('N', 'T', nr, c1 - c0, ncolj, T(-1), x + r0, lenj, u + c0, uldj, T(0),
-                        w.temp, nr);
-          scatter_add_rows(nr, c1 - c0, rel + r0, rel + c0, k.first, k.len, f.xlnz, f.lnz, w.temp);
-        },
-        [&](int a, int b, int gs, int ge) {
-          T *c = k.panel + static_cast<std::int64_t>(at(gs)) * k.len + at(a);
-          blas::gemm<T>('N', 'T', b - a, ge - gs, ncolj, T(-1), x + a, lenj, u + gs, uldj, T(1), c,
-                        k.len);
-        });
-    for_each_part(
-        L, m, runs, m,
-        [&](int r0, int r1, int c0, int c1) {
-          const int nr = r1 - r0;
-          blas::gemm<T>('N', 'T', nr, c1 - c0, ncolj, T(-1), u + r0, uldj, x + c0, lenj, T(0),
-                        w.temp, nr);
-          scatter_add_rows(nr, c1 - c0, rel + r0, rel + c0, k.first, k.len, f.xunz, f.unz, w.temp);
-        },
-        [&](int a, int b, int gs, int ge) {
-          T *c = k.upanel + static_cast<std::int64_t>(at(gs)) * k.uld + (at(a) - k.ncols);
-          blas::gemm<T>('N', 'T', b - a, ge - gs, ncolj, T(-1), u + a, uldj, x + gs, lenj, T(1), c,
-                        k.uld);
-        });
+    // One product: rows [row0, L) of `a` times the first m rows of `b`
+    // into the factor array dst (column ends by xptr), whose target panel
+    // holds the row at list position q at panel[q - skip] (leading
+    // dimension ld).
+    auto product = [&](int row0, const T *a, int lda, const T *b, int ldb, const std::int64_t *xptr,
+                       T *dst, T *panel, int ld, int skip) {
+      auto at = [&](int i) { return k.len - 1 - rel[i]; };  // list position of tail row i
+      for_each_part(
+          L, m, runs, row0,
+          [&](int r0, int r1, int c0, int c1) {
+            const int nr = r1 - r0;
+            blas::gemm<T>('N', 'T', nr, c1 - c0, ncolj, T(-1), a + r0, lda, b + c0, ldb, T(0),
+                          w.temp, nr);
+            scatter_add_rows(nr, c1 - c0, rel + r0, rel + c0, k.first, k.len, xptr, dst, w.temp);
+          },
+          [&](int r0, int r1, int c0, int c1) {
+            T *c = panel + static_cast<std::int64_t>(at(c0)) * ld + (at(r0) - skip);
+            blas::gemm<T>('N', 'T', r1 - r0, c1 - c0, ncolj, T(-1), a + r0, lda, b + c0, ldb, T(1),
+                          c, ld);
+          });
+    };
+    product(0, x, lenj, u, uldj, f.xlnz, f.lnz, k.panel, k.len, 0);
+    product(m, u, uldj, x, lenj, f.xunz, f.unz, k.upanel, k.uld, k.ncols);
   } else {
     // The tail is a run of the target's list, from the diagonal of its
     // first row r1: its rows after the m inside the block are the first
