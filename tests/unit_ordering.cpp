@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "analysis/ladj_mod.h"
 #include "analysis/ordering.h"
 #include "graphs.h"
 
@@ -307,6 +308,55 @@ TEST(GraphCheck, RejectsMalformedAndUnsymmetric) {
   std::vector<int> w3(static_cast<std::size_t>(vm::order_check_graph_work_size(3, 6)));
   EXPECT_EQ(vm::order_check_graph(3, loops.xadj.data(), loops.adj.data(), 1, w3.data()),
             vm::kOrderOk);
+}
+
+// ---------------------------------------------------------------- adjacency of A + A^T
+
+// The graph of A + A^T, against neighbour sets built here, on a pattern
+// with dense rows and columns (their lists take the bitmap sort), entries
+// given twice and in both triangles, diagonal entries, and a row map; on
+// one thread and on a team.
+TEST(Adjacency, SortedUniqueNeighboursOfEveryNode) {
+  const int n = 3000;
+  std::mt19937 rng(11);
+  std::vector<std::vector<int>> rows(n);
+  for (int i = 0; i < n; ++i) {
+    rows[i].push_back(i + 1);
+    for (int k = 0; k < 3; ++k) rows[i].push_back(static_cast<int>(rng() % n) + 1);
+    if (i % 700 == 5) rows[i].push_back(rows[i][1]);  // a repeat
+  }
+  for (int j = 1; j <= n; j += 1 + static_cast<int>(rng() % 3)) rows[17].push_back(j);
+  for (int i = 0; i < n; i += 2) rows[i].push_back(2500);  // a dense column
+  std::vector<int> ia{1}, ja, rowmap(n);
+  for (const auto &r : rows) {
+    ja.insert(ja.end(), r.begin(), r.end());
+    ia.push_back(static_cast<int>(ja.size()) + 1);
+  }
+  for (int i = 0; i < n; ++i) rowmap[i] = (i * 7) % n + 1;  // 7 and 3000 are coprime
+  const int *no_map = nullptr;
+  for (const int *map : {no_map, static_cast<const int *>(rowmap.data())}) {
+    std::vector<std::set<int>> want(n);
+    for (int r = 0; r < n; ++r) {
+      const int s = map ? map[r] - 1 : r;
+      for (int k = ia[s] - 1; k < ia[s + 1] - 1; ++k) {
+        if (ja[k] == r + 1) continue;
+        want[r].insert(ja[k]);
+        want[ja[k] - 1].insert(r + 1);
+      }
+    }
+    for (int threads : {1, 2}) {
+      SCOPED_TRACE(testing::Message() << "row map " << (map != nullptr) << " threads " << threads);
+      std::vector<int> xadj(n + 1), adj(vm::ladj_mod_capacity(n, ia.data()));
+      std::vector<int> work(vm::ladj_mod_work_size(n));
+      const std::int64_t count = vm::LADJ_MOD_VELMORA(n, ia.data(), ja.data(), map, threads,
+                                                      xadj.data(), adj.data(), work.data());
+      ASSERT_EQ(count, xadj[n] - 1);
+      for (int r = 0; r < n; ++r)
+        ASSERT_EQ(std::vector<int>(adj.begin() + xadj[r] - 1, adj.begin() + xadj[r + 1] - 1),
+                  std::vector<int>(want[r].begin(), want[r].end()))
+            << "node " << r + 1;
+    }
+  }
 }
 
 // ---------------------------------------------------------------- multiple minimum degree

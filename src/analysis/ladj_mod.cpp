@@ -2,6 +2,9 @@
 #include "analysis/ladj_mod.h"
 
 #include <algorithm>
+#include <cstdint>
+
+#include "common/allocation.h"
 
 namespace vm {
 
@@ -24,6 +27,35 @@ int sort_unique(int *list, int len) {
     return len;
   std::sort(list, list + len);
   return static_cast<int>(std::unique(list, list + len) - list);
+}
+
+// A list this long (and at least n/64 entries, so that sweeping the
+// bitmap costs no more than reading the list) is sorted through a bitmap
+// of the n nodes: a dense row of A, whose list holds its row and its
+// column, would cost len log len by comparison (and the two copies in
+// sequence are a bad case for quicksort).
+constexpr int kBitmapList = 512;
+
+inline bool bitmap_list(int len, int n) {
+  return len >= kBitmapList && len >= n / 64;
+}
+
+// sort_unique through bits (n/64 words, clear on entry and on return).
+int bitmap_sort_unique(int *list, int len, std::uint64_t *bits) {
+  int lo = list[0] - 1, hi = lo;
+  for (int p = 0; p < len; ++p) {
+    const int v = list[p] - 1;
+    bits[v >> 6] |= std::uint64_t{1} << (v & 63);
+    lo = std::min(lo, v);
+    hi = std::max(hi, v);
+  }
+  int out = 0;
+  for (int w = lo >> 6; w <= hi >> 6; ++w) {
+    for (std::uint64_t b = bits[w]; b != 0; b &= b - 1)
+      list[out++] = (w << 6) + __builtin_ctzll(b) + 1;
+    bits[w] = 0;
+  }
+  return out;
 }
 
 // One slot of row r: a plain increment on one thread, an atomic one on a
@@ -87,8 +119,21 @@ std::int64_t LADJ_MOD_VELMORA(int n, const int *ia, const int *ja, const int *ro
 
   // Repeats (an entry given in both triangles, or twice) are removed row by
   // row, then the rows are moved together.
+  bool long_lists = false;
+  for (int r = 0; r < n && !long_lists; ++r) long_lists = bitmap_list(xadj[r + 1] - xadj[r], n);
+  scratch_vector<std::uint64_t> bits;
+  if (long_lists) {
+    bits.assign(static_cast<std::size_t>(n / 64 + 1), 0);
+    for (int r = 0; r < n; ++r) {
+      const int len = xadj[r + 1] - xadj[r];
+      if (bitmap_list(len, n)) kept[r] = bitmap_sort_unique(adjncy + xadj[r] - 1, len, bits.data());
+    }
+  }
 #pragma omp parallel for schedule(dynamic, 256) if (parallel)
-  for (int r = 0; r < n; ++r) kept[r] = sort_unique(adjncy + xadj[r] - 1, xadj[r + 1] - xadj[r]);
+  for (int r = 0; r < n; ++r) {
+    const int len = xadj[r + 1] - xadj[r];
+    if (!long_lists || !bitmap_list(len, n)) kept[r] = sort_unique(adjncy + xadj[r] - 1, len);
+  }
   int next = 1;
   for (int r = 0; r < n; ++r) {
     const int from = xadj[r];
