@@ -135,17 +135,23 @@ void reset_control(const CallArgs &c, ControlBlock *cb) {
     for (int r = 1; r <= cb->factor_rows; ++r) clear_factor_row(factor_row(c.pt, r));
 }
 
-// Allocates a group for the analysis; a negative size (counts beyond what
-// the library indexes) fails like a refused allocation.
-int analysis_group(const CallArgs &c, ControlBlock *cb, int slot, std::int64_t bytes, int code,
-                   Failure *f) {
-  group_release(&pt_slot(c.pt, slot));
-  const int failed = group_alloc(cb, &pt_slot(c.pt, slot), bytes, code);
+// Allocates a memory group; a refusal becomes the failure -2 with the
+// group's code and size.  Returns 0 or the code.
+int alloc_group(ControlBlock *cb, void **slot, std::int64_t bytes, int code, Failure *f) {
+  const int failed = group_alloc(cb, slot, bytes, code);
   if (failed != 0) {
     *f = Failure{-2, failed};
     f->bytes = bytes;
   }
   return failed;
+}
+
+// Allocates a group for the analysis; a negative size (counts beyond what
+// the library indexes) fails like a refused allocation.
+int analysis_group(const CallArgs &c, ControlBlock *cb, int slot, std::int64_t bytes, int code,
+                   Failure *f) {
+  group_release(&pt_slot(c.pt, slot));
+  return alloc_group(cb, &pt_slot(c.pt, slot), bytes, code, f);
 }
 
 // Runs one stage of analysis; a failure becomes result -3 (-8 for an index
@@ -373,12 +379,8 @@ int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   } else if (form == 2) {
     void *counts = nullptr;
     const std::int64_t count_bytes = 4 * update_list_buckets(in);
-    const int code = group_alloc(cb, &counts, count_bytes, -900);
-    if (code != 0) {
-      *f = Failure{-2, code};
-      f->bytes = count_bytes;
-      return code;
-    }
+    const int code = alloc_group(cb, &counts, count_bytes, -900, f);
+    if (code != 0) return code;
     total = count_update_lists(in, static_cast<int *>(counts));
     group_release(&counts);
   } else {
@@ -394,12 +396,8 @@ int update_lists(const CallArgs &c, ControlBlock *cb, Failure *f) {
   void *scratch = nullptr;
   if (form == 1) {
     const std::int64_t scratch_bytes = 20 * std::int64_t{in.nsuper} + 8;
-    const int code = group_alloc(cb, &scratch, scratch_bytes, -900);
-    if (code != 0) {
-      *f = Failure{-2, code};
-      f->bytes = scratch_bytes;
-      return code;
-    }
+    const int code = alloc_group(cb, &scratch, scratch_bytes, -900, f);
+    if (code != 0) return code;
   }
   write_update_lists(c.pt, cb, form, scratch);
   group_release(&scratch);
@@ -445,12 +443,8 @@ int grow_work(const CallArgs &c, ControlBlock *cb, std::int64_t bytes, Failure *
   if (has_block(c.pt, kPtPivotWork) && cb->s.work_bytes >= bytes) return 0;
   group_release(&pt_slot(c.pt, kPtPivotWork));
   cb->s.work_bytes = 0;
-  const int code = group_alloc(cb, &pt_slot(c.pt, kPtPivotWork), bytes, -1200);
-  if (code != 0) {
-    *f = Failure{-2, code};
-    f->bytes = bytes;
-    return code;
-  }
+  const int code = alloc_group(cb, &pt_slot(c.pt, kPtPivotWork), bytes, -1200, f);
+  if (code != 0) return code;
   cb->s.work_bytes = bytes;
   return 0;
 }
@@ -466,12 +460,8 @@ int factor_step(const CallArgs &c, ControlBlock *cb, const SolveInput &in, Failu
   if (row[kRowValues] == 0 || row[kRowBytes] < need) {
     release_factor_row(pt, *c.mnum);
     void *block = nullptr;
-    const int code = group_alloc(cb, &block, need, -1100);
-    if (code != 0) {
-      *f = Failure{-2, code};
-      f->bytes = need;
-      return code;
-    }
+    const int code = alloc_group(cb, &block, need, -1100, f);
+    if (code != 0) return code;
     row[kRowValues] = reinterpret_cast<std::intptr_t>(block);
     row[kRowTag] = row[kRowValues];
     row[kRowBytes] = need;
@@ -508,12 +498,8 @@ int solve_step(const CallArgs &c, ControlBlock *cb, const SolveInput &in, Failur
   if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->code;
   const std::int64_t refine = refine_work_bytes(c, cb, in);
   if (refine > 0) {
-    const int failed = group_alloc(cb, &pt_slot(pt, kPtRefineWork), refine, -1300);
-    if (failed != 0) {
-      *f = Failure{-2, failed};
-      f->bytes = refine;
-      return failed;
-    }
+    const int failed = alloc_group(cb, &pt_slot(pt, kPtRefineWork), refine, -1300, f);
+    if (failed != 0) return failed;
     cb->s.refine_bytes = refine;
   }
   *st = kStageNumeric;
@@ -590,12 +576,7 @@ int run_hybrid(const CallArgs &c, ControlBlock *cb, Failure *f) {
     }
     if (grow_work(c, cb, numeric_work_bytes(cb, false, &in), f) != 0) return f->result;
     const std::int64_t bytes = hybrid_work_bytes(c, cb, in);
-    const int failed = group_alloc(cb, &pt_slot(c.pt, kPtRefineWork), bytes, -1300);
-    if (failed != 0) {
-      *f = Failure{-2, failed};
-      f->bytes = bytes;
-      return f->result;
-    }
+    if (alloc_group(cb, &pt_slot(c.pt, kPtRefineWork), bytes, -1300, f) != 0) return f->result;
     HybridRun run;
     {
       const SerialIfSmall team(solve_entries(s, in.nrhs), kSerialSolveEntries);
